@@ -1,0 +1,81 @@
+#include "shell/line_editor.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include <readline/history.h>
+#include <readline/readline.h>
+
+#include "shell/signals.h"
+#include "shell/text.h"
+
+namespace {
+
+bool input_is_terminal = false;
+
+// A terminal that hangs up in the middle of a line makes the editor return what was typed so far.
+// Half a command must not run.
+bool terminal_was_lost() {
+    return input_is_terminal && isatty(STDIN_FILENO) == 0;
+}
+
+}  // namespace
+
+void prepare_streams() {
+    input_is_terminal = isatty(STDIN_FILENO) != 0;
+    std::setvbuf(stdin, nullptr, _IONBF, 0);
+    std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
+}
+
+void init_line_editor() {
+    rl_readline_name = PROMPT;
+    rl_attempted_completion_function = tessel_completion;
+}
+
+LineBuffer read_line(const char* prompt) {
+    if (end_requested()) {
+        return nullptr;
+    }
+    LineBuffer line(readline(prompt));
+    if (end_requested() || terminal_was_lost()) {
+        return nullptr;
+    }
+    return line;
+}
+
+std::optional<std::string> read_answer(const char* prompt) {
+    const LineBuffer line = read_line(prompt);
+    if (!line) {
+        return std::nullopt;
+    }
+    return line.get();
+}
+
+std::optional<std::string> read_password(const char* prompt) {
+    std::fflush(stdout);
+    const InterruptibleReads interruptible;
+    if (end_requested()) {
+        return std::nullopt;
+    }
+    char* typed = getpass(prompt);
+    if (typed == nullptr) {
+        return std::nullopt;
+    }
+    std::string password = typed;
+    explicit_bzero(typed, std::strlen(typed));
+    if (end_requested()) {
+        wipe(password);
+        return std::nullopt;
+    }
+    return password;
+}
+
+void remember_line(const char* line) {
+    add_history(line);
+}
+
+char** tessel_completion(const char* /*text*/, int /*start*/, int /*end*/) {
+    return nullptr;
+}

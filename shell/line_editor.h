@@ -1,0 +1,44 @@
+#pragma once
+
+// The keyboard. Everything that touches the line editor stands behind these functions.
+
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string>
+
+struct FreeDeleter {
+    void operator()(char* text) const { std::free(text); }  // NOLINT(*-no-malloc)
+};
+
+/// A line as the editor returned it, released with free.
+using LineBuffer = std::unique_ptr<char, FreeDeleter>;
+
+/// The shell's prompt, and how each question of a dialogue begins.
+constexpr const char* PROMPT = "tessel:> ";
+
+/// Prepares the standard streams: input unbuffered, because the editor and getpass each read it in
+/// their own way and neither may swallow what is meant for the other; output held until it is
+/// flushed, so that every flush is one write, on a terminal too.
+void prepare_streams();
+
+/// Names the application to the editor and installs tessel_completion. To be called after the
+/// login, which runs with the editor's defaults.
+void init_line_editor();
+
+/// Asks for a line. Null at the end of input, after a request to end the session, and when the
+/// terminal was lost in the middle of a line.
+LineBuffer read_line(const char* prompt);
+
+/// The same for one answer of a dialogue, exactly as typed.
+std::optional<std::string> read_answer(const char* prompt);
+
+/// Asks for a secret without echo. Nothing when it cannot be read or the session is to end. The
+/// caller wipes the result; no other copy is kept.
+std::optional<std::string> read_password(const char* prompt);
+
+/// Keeps a line for the arrow keys, for this session only.
+void remember_line(const char* line);
+
+/// Called on Tab. Offers nothing, so that the editor completes file names.
+char** tessel_completion(const char* text, int start, int end);

@@ -1,0 +1,65 @@
+#include "shell/signals.h"
+
+#include <csignal>
+#include <ctime>
+#include <initializer_list>
+
+namespace {
+
+volatile std::sig_atomic_t end_was_requested = 0;
+timer_t reminder;
+bool has_reminder = false;
+
+// A request can arrive just before a read starts to wait, which would then wait for ever. So the
+// request repeats itself until the process has gone.
+constexpr long REMINDER_NANOSECONDS = 200'000'000;
+
+void ignore_signal(int /*signal*/) {}
+
+void request_end(int /*signal*/) {
+    if (end_was_requested == 0 && has_reminder) {
+        const itimerspec every = {{0, REMINDER_NANOSECONDS}, {0, REMINDER_NANOSECONDS}};
+        timer_settime(reminder, 0, &every, nullptr);
+    }
+    end_was_requested = 1;
+}
+
+void handle(int signal, void (*handler)(int), int flags) {
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = flags;
+    sigemptyset(&action.sa_mask);
+    sigaction(signal, &action, nullptr);
+}
+
+void handle_end_requests(int flags) {
+    handle(SIGTERM, request_end, flags);
+    handle(SIGHUP, request_end, flags);
+}
+
+}  // namespace
+
+void install_signal_handlers() {
+    struct sigevent event = {};
+    event.sigev_notify = SIGEV_SIGNAL;
+    event.sigev_signo = SIGTERM;
+    has_reminder = timer_create(CLOCK_MONOTONIC, &event, &reminder) == 0;
+
+    // Handlers, not SIG_IGN: a handler is reset to the default action in children.
+    for (const int signal : {SIGINT, SIGQUIT, SIGPIPE}) {
+        handle(signal, ignore_signal, SA_RESTART);
+    }
+    handle_end_requests(SA_RESTART);
+}
+
+bool end_requested() {
+    return end_was_requested != 0;
+}
+
+InterruptibleReads::InterruptibleReads() {
+    handle_end_requests(0);
+}
+
+InterruptibleReads::~InterruptibleReads() {
+    handle_end_requests(SA_RESTART);
+}

@@ -1,0 +1,46 @@
+#include "shell/text.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+bool is_blank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+}  // namespace
+
+char* trim_blanks(char* text) {
+    while (is_blank(*text)) {
+        ++text;
+    }
+    if (*text == '\0') {
+        return text;
+    }
+    char* last = text + std::strlen(text) - 1;
+    while (last > text && is_blank(*last)) {
+        --last;
+    }
+    last[1] = '\0';
+    return text;
+}
+
+std::string make_error_message(const std::string& message) {
+    return "ERROR: " + message;
+}
+
+void print(std::string_view text) {
+    std::fwrite(text.data(), 1, text.size(), stdout);
+}
+
+void print_now(std::string_view text) {
+    print(text);
+    std::fflush(stdout);
+}
+
+void wipe(std::string& secret) {
+    secret.resize(secret.capacity());  // never allocates, so no copy is left behind
+    explicit_bzero(secret.data(), secret.size());
+    secret.clear();
+}

@@ -1,0 +1,23 @@
+#pragma once
+
+// Small helpers for text that is typed, printed or forgotten.
+
+#include <string>
+#include <string_view>
+
+/// Cuts trailing spaces and tabs in place and returns a pointer past the leading ones, into the
+/// same string. No other character counts as blank.
+char* trim_blanks(char* text);
+
+/// "ERROR: " followed by the message.
+std::string make_error_message(const std::string& message);
+
+/// Puts text on standard output, NUL bytes included. A failing terminal is nobody's business here:
+/// the session goes on until its input ends.
+void print(std::string_view text);
+
+/// The same, and on its way at once.
+void print_now(std::string_view text);
+
+/// Overwrites a secret, its spare capacity included, and leaves the string empty.
+void wipe(std::string& secret);
