@@ -1,0 +1,233 @@
+#include "config/config_text.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "config/config_buffer.h"
+
+namespace config_text {
+
+namespace {
+
+constexpr std::size_t READ_SIZE = 65536;  // bytes asked for at once
+
+class FileDescriptor {
+  public:
+    explicit FileDescriptor(int number) : number_(number) {}
+    ~FileDescriptor() {
+        if (number_ >= 0) {
+            close(number_);
+        }
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    [[nodiscard]] int number() const { return number_; }
+
+  private:
+    int number_;
+};
+
+bool is_blank(char c) {
+    return c == ' ' || c == '\t' || c == '\r';
+}
+
+std::string_view trim(std::string_view text) {
+    while (!text.empty() && is_blank(text.front())) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && is_blank(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+bool starts_with(std::string_view text, std::string_view start) {
+    return text.substr(0, start.size()) == start;
+}
+
+bool ends_with(std::string_view text, std::string_view end) {
+    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+}
+
+std::string without_line_feed(std::string mark) {
+    if (ends_with(mark, "\n")) {
+        mark.pop_back();
+    }
+    return mark;
+}
+
+// Reads to the end rather than to the size the file claims: it may be growing, or have no size.
+int read_all(int file, std::string& text) {
+    std::size_t length = 0;
+    for (;;) {
+        text.resize(std::max(text.size(), length + READ_SIZE));
+        const ssize_t count = read(file, &text[length], text.size() - length);
+        if (count > 0) {
+            length += static_cast<std::size_t>(count);
+        } else if (count == 0) {
+            text.resize(length);
+            return 0;
+        } else if (errno != EINTR) {
+            const int error = errno;
+            text.clear();
+            return error;
+        }
+    }
+}
+
+// The header, when the line begins with the keyword as a whole word.
+bool take_keyword(std::string_view line, const SectionSyntax& sections, std::string_view& header) {
+    if (!starts_with(line, sections.keyword)) {
+        return false;
+    }
+    header = line.substr(sections.keyword.size());
+    return header.empty() || is_blank(header.front()) || starts_with(header, sections.opening);
+}
+
+// Steps over empty lines and then over a line that is the opening mark and nothing else.
+bool skip_opening(std::string_view& rest, const SectionSyntax& sections, char comment) {
+    std::string_view ahead = rest;
+    while (!ahead.empty()) {
+        const std::string_view line = strip(take_line(ahead, '\n'), comment);
+        if (line == sections.opening) {
+            rest = ahead;
+            return true;
+        }
+        if (!line.empty()) {
+            return false;
+        }
+    }
+    return false;
+}
+
+// True when line opens a section; rest then stands on the section's first line.
+bool open_section(std::string_view line, std::string_view& rest, const SectionSyntax& sections,
+                  char comment, std::string_view& header) {
+    if (!take_keyword(line, sections, header)) {
+        return false;
+    }
+    if (ends_with(header, sections.opening)) {
+        header.remove_suffix(sections.opening.size());
+    } else if (!skip_opening(rest, sections, comment)) {
+        return false;
+    }
+    header = trim(header);
+    return true;
+}
+
+// The lines up to the closing mark, the next section or the end; rest then stands behind them.
+std::string_view take_body(std::string_view& rest, const SectionSyntax& sections, char comment) {
+    const std::string_view body = rest;
+    while (!rest.empty()) {
+        const std::size_t length = body.size() - rest.size();
+        std::string_view behind = rest;
+        const std::string_view line = strip(take_line(behind, '\n'), comment);
+        if (line == sections.closing) {
+            rest = behind;
+            return body.substr(0, length);
+        }
+        std::string_view after_opening = behind;
+        std::string_view header;
+        if (open_section(line, after_opening, sections, comment, header)) {
+            return body.substr(0, length);
+        }
+        rest = behind;
+    }
+    return body;
+}
+
+}  // namespace
+
+SectionSyntax::SectionSyntax(const char* keyword_word, const char* opening_mark,
+                             const char* closing_mark)
+    : keyword(keyword_word),
+      opening(without_line_feed(opening_mark)),
+      closing(without_line_feed(closing_mark)) {}
+
+int read_file(const char* path, std::string& text) {
+    text.clear();
+    // Without O_NONBLOCK the opening of a pipe without a writer would hang.
+    const FileDescriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status = {};
+    if (file.number() < 0 || fstat(file.number(), &status) != 0) {
+        return errno;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    }
+    // One byte more than the size, so that the read that meets the end needs no more room.
+    text.resize(static_cast<std::size_t>(status.st_size) + 1);
+    return read_all(file.number(), text);
+}
+
+std::string_view take_line(std::string_view& rest, char end) {
+    const std::size_t length = std::min(rest.find(end), rest.size());
+    const std::string_view line = rest.substr(0, length);
+    rest.remove_prefix(std::min(length + 1, rest.size()));
+    return line;
+}
+
+std::string_view strip(std::string_view line, char comment) {
+    line = trim(line);
+    if (line.find(comment) == std::string_view::npos) {
+        return line;
+    }
+    bool quoted = false;
+    bool after_blank = true;  // the start of a line counts as one
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        if (line[i] == comment && after_blank && !quoted) {
+            return trim(line.substr(0, i));
+        }
+        quoted = quoted != (line[i] == '"');
+        after_blank = is_blank(line[i]);
+    }
+    return line;
+}
+
+bool split_entry(std::string_view line, char assignment, Entry& entry) {
+    const std::size_t position = line.find(assignment);
+    if (position == std::string_view::npos) {
+        return false;
+    }
+    entry.key = trim(line.substr(0, position));
+    entry.value = trim(line.substr(position + 1));
+    return true;
+}
+
+bool next_entry(std::string_view& rest, const EntrySyntax& syntax, Entry& entry) {
+    while (!rest.empty()) {
+        const std::string_view line = strip(take_line(rest, syntax.end), syntax.comment);
+        if (split_entry(line, syntax.assignment, entry)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool find_entry(std::string_view text, std::string_view key, const EntrySyntax& syntax,
+                Entry& entry) {
+    while (next_entry(text, syntax, entry)) {
+        if (entry.key == key) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool next_section(std::string_view& rest, const SectionSyntax& sections, char comment,
+                  Section& section) {
+    while (!rest.empty()) {
+        const std::string_view line = strip(take_line(rest, '\n'), comment);
+        if (open_section(line, rest, sections, comment, section.header)) {
+            section.body = take_body(rest, sections, comment);
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace config_text

@@ -1,0 +1,37 @@
+#include "config/multi_section_config_file.h"
+
+#include "config/config_buffer.h"
+
+MultiSectionConfigFile::MultiSectionConfigFile(const char* path, bool /*unused*/, bool /*unused*/,
+                                               bool /*unused*/)
+    : sections_("section", "{\n", "}\n") {
+    config_text::read_file(path, text_);
+    Restart();
+}
+
+void MultiSectionConfigFile::ChangeSectionSyntax(const char* keyword, const char* opening_mark,
+                                                 const char* closing_mark) {
+    sections_ = config_text::SectionSyntax(keyword, opening_mark, closing_mark);
+}
+
+void MultiSectionConfigFile::Restart() {
+    rest_ = text_;
+    current_ = {};
+}
+
+int MultiSectionConfigFile::GotoNextSection() {
+    current_ = {};
+    return config_text::next_section(rest_, sections_, entries_.comment, current_) ? 1 : 0;
+}
+
+std::string MultiSectionConfigFile::GetHeaderEntry() const {
+    return std::string(current_.header);
+}
+
+std::string MultiSectionConfigFile::GetSectionEntry(const char* key) const {
+    config_text::Entry entry;
+    if (!config_text::find_entry(current_.body, key, entries_, entry)) {
+        return ConfigBuffer::ENTRY_NOT_FOUND;
+    }
+    return std::string(entry.value);
+}

@@ -1,0 +1,87 @@
+#include "config/multi_section_file.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "config/config_buffer.h"
+
+namespace Configuration {
+
+namespace {
+
+void copy_text(std::string_view text, char* buffer, unsigned size) {
+    if (buffer == nullptr || size == 0) {
+        return;
+    }
+    const std::size_t length = std::min<std::size_t>(text.size(), size - 1);
+    std::copy_n(text.data(), length, buffer);
+    buffer[length] = '\0';
+}
+
+}  // namespace
+
+MultiSectionFile::MultiSectionFile(const char* path, bool /*unused*/, bool /*unused*/,
+                                   bool /*unused*/, const char* keyword, const char* opening_mark,
+                                   const char* closing_mark, const char* assignment,
+                                   const char* comment, const char* /*unused*/)
+    : entries_{*assignment, '\n', *comment} {
+    const int error = config_text::read_file(path, text_);
+    if (error != 0) {
+        throw UnreadableFile(path, error);
+    }
+    const config_text::SectionSyntax syntax(keyword, opening_mark, closing_mark);
+    std::string_view rest = text_;
+    config_text::Section section;
+    while (config_text::next_section(rest, syntax, entries_.comment, section)) {
+        sections_.push_back(section);
+    }
+}
+
+// The text may hold a password.
+MultiSectionFile::~MultiSectionFile() {
+    explicit_bzero(text_.data(), text_.size());
+}
+
+void MultiSectionFile::Restart() {
+    current_ = {};
+    RestartSection();
+}
+
+int MultiSectionFile::GotoSection(const char* name) {
+    Restart();
+    for (const config_text::Section& section : sections_) {
+        if (section.header == name) {
+            current_ = section;
+            RestartSection();
+            return 1;
+        }
+    }
+    return 0;
+}
+
+void MultiSectionFile::RestartSection() {
+    rest_ = current_.body;
+    entry_ = {};
+}
+
+int MultiSectionFile::GotoSecNextEntry() {
+    return config_text::next_entry(rest_, entries_, entry_) ? 1 : 0;
+}
+
+int MultiSectionFile::GotoSecEntry(const char* key) {
+    RestartSection();
+    while (GotoSecNextEntry() != 0) {
+        if (entry_.key == key) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
+void MultiSectionFile::GetSecCurrentEntry(char* key, unsigned key_size, char* value,
+                                          unsigned value_size) const {
+    copy_text(entry_.key, key, key_size);
+    copy_text(entry_.value, value, value_size);
+}
+
+}  // namespace Configuration
