@@ -1,0 +1,57 @@
+#include "cgi/get.h"
+
+#include <exception>
+#include <string>
+
+#include "catalogue/extension_database.h"
+#include "cgi/legible_configuration.h"
+#include "shell/state.h"
+#include "shell/text.h"
+
+namespace {
+
+int refuse(const char* reason) {
+    print_now(make_error_message(reason));
+    return -1;
+}
+
+// A database that cannot be read knows no extension: a broken file must not end the session.
+bool is_known_extension(const std::string& name) {
+    try {
+        return extension_exists(name) == 1;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+int get_part(const std::string& name, const std::string& extension) {
+    const Catalogue& catalogue = extension.empty() ? _gAdminConParts : _gExtensionConfParts;
+    const auto part = catalogue.find(name);
+    if (part == catalogue.end()) {
+        return refuse("There is no such configuration part\n");
+    }
+    if (!extension.empty() && !is_known_extension(extension)) {
+        return refuse("There is no such an extension\n");
+    }
+    const std::string& caption = part->second;
+    print_now("\n" + caption + (extension.empty() ? "" : " for extension " + extension) + "\n\n");
+    generate_legible_configuration(name, extension);
+    return 0;
+}
+
+}  // namespace
+
+int handle_get(char* argument) noexcept {
+    std::string name = argument;
+    if (*trim_blanks(argument) == '\0') {
+        print(make_error_message("the syntax is: get configuration_part [extension_name]") + "\n");
+        return -1;
+    }
+    std::string extension;
+    const std::size_t blank = name.find(' ');  // a tab separates nothing here
+    if (blank != std::string::npos) {
+        extension = name.substr(blank + 1);
+        name.resize(blank);
+    }
+    return get_part(name, extension);
+}

@@ -1,0 +1,65 @@
+#include "cgi/legible_configuration.h"
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <string_view>
+
+#include "cgi/cgi_gateway.h"
+#include "shell/state.h"
+#include "shell/text.h"
+
+namespace {
+
+constexpr const char* SUMMARY_PROGRAM = "getconfsummary.cgi";
+constexpr const char* SUMMARY_ACTION = "Start generating a legible configuration file";
+constexpr const char* SUMMARY_PATH = "/tmp/script_legconftmp.txt";
+constexpr std::string_view VERSION_WORD = "VERSION";
+constexpr std::size_t BUFFER_SIZE = 256;  // bytes; the last one stays NUL
+
+std::string summary_query(const std::string& name, const std::string& extension) {
+    const std::string query = std::string("cgiaction=") + SUMMARY_ACTION;
+    if (extension.empty()) {
+        return query + "&parampattern=" + name;
+    }
+    return query + "&cgiDescription=" + _gExtensionConfParts.at(name) +
+           "&extensionName=" + extension;
+}
+
+// What follows the line that holds the version word; all of the piece when that line does not end
+// in it.
+std::string_view behind_version_line(std::string_view piece, std::size_t version) {
+    const std::size_t line_feed = piece.find('\n', version);
+    return line_feed == std::string_view::npos ? piece : piece.substr(line_feed + 1);
+}
+
+}  // namespace
+
+void print_without_version(const char* path) {
+    std::ifstream summary(path, std::ios::binary);
+    bool version_passed = false;
+    while (summary.good()) {
+        std::array<char, BUFFER_SIZE> buffer{};
+        summary.read(buffer.data(), BUFFER_SIZE - 1);
+        std::string_view piece = buffer.data();  // up to the first NUL
+        if (!version_passed) {
+            const std::size_t version = piece.find(VERSION_WORD);
+            if (version != std::string_view::npos) {
+                piece = behind_version_line(piece, version);
+                version_passed = true;
+            }
+        }
+        if (!piece.empty()) {
+            print_now(piece);
+        }
+    }
+}
+
+void generate_legible_configuration(const std::string& name, const std::string& extension) {
+    const std::string query = summary_query(name, extension);
+    run_cgi_program(SUMMARY_PROGRAM, query.c_str(), [](std::FILE* output) {
+        drain(output);
+        print_without_version(SUMMARY_PATH);
+        print_now("\n\n");
+    });
+}
