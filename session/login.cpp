@@ -1,0 +1,84 @@
+#include "session/login.h"
+
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <optional>
+
+#include "config/config_buffer.h"
+#include "config/multi_section_file.h"
+#include "session/logout.h"
+#include "shell/line_editor.h"
+#include "shell/signals.h"
+#include "shell/text.h"
+
+namespace {
+
+constexpr const char* ACCESS_DATABASE_PATH = "/tmp/acldb";
+constexpr int MAX_ATTEMPTS = 3;
+
+std::unique_ptr<Configuration::MultiSectionFile> open_access_database() {
+    try {
+        return std::make_unique<Configuration::MultiSectionFile>(
+            ACCESS_DATABASE_PATH, false, false, false, "section", "{\n", "}\n", "=", "#", nullptr);
+    } catch (const std::exception&) {
+        return nullptr;
+    }
+}
+
+bool entry_equals(Configuration::MultiSectionFile& database, const char* key,
+                  const std::string& expected) {
+    if (database.GotoSecEntry(key) == 0) {
+        return false;
+    }
+    const SmartBuffer value;
+    database.GetSecCurrentEntry(nullptr, 0, value.data, value.size);
+    return expected == value.data;
+}
+
+bool credentials_match(const std::string& user, const std::string& password) {
+    const auto database = open_access_database();
+    if (!database) {
+        return false;
+    }
+    database->Restart();
+    return database->GotoSection("admin") != 0 && entry_equals(*database, "user_name", user) &&
+           entry_equals(*database, "password", password);
+}
+
+// An answer that could not be read is a wrong one. Both questions are always asked, so that nobody
+// learns which answer was wrong.
+bool attempt_login() {
+    const std::optional<std::string> user = read_answer("Username: ");
+    std::optional<std::string> password = read_password("Password: ");
+    const bool accepted = user && password && check_admin_credentials(*user, *password) == 1;
+    if (password) {
+        wipe(*password);
+    }
+    return accepted;
+}
+
+}  // namespace
+
+int check_admin_credentials(std::string user, std::string password) {
+    const bool match = credentials_match(user, password);
+    wipe(user);
+    wipe(password);
+    return match ? 1 : 0;
+}
+
+void admin_login() {
+    print_now("Please, login as an Administrator\n\n");
+    for (int attempt = 0; attempt < MAX_ATTEMPTS; ++attempt) {
+        if (attempt_login()) {
+            print("\n");
+            return;
+        }
+        if (end_requested()) {
+            break;
+        }
+        print_now("Wrong username or password\n\n");
+    }
+    admin_logout();
+    std::exit(1);
+}
