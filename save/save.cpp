@@ -1,0 +1,108 @@
+#include "save/save.h"
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "cgi/cgi_gateway.h"
+#include "config/config_file.h"
+#include "shell/state.h"
+#include "shell/text.h"
+
+namespace {
+
+constexpr const char* SAVE_PROGRAM = "putconf.cgi";
+constexpr const char* SAVE_FILE_PATH = "/tmp/consoleLCFile";
+constexpr const char* VERSION_FILE_PATH = "/etc/version.txt";
+constexpr const char* VERSION_ASSIGNMENT = "VERSION=";
+
+struct Marker {
+    const char* text;
+    const char* words;
+};
+
+// Applied one after the other. The marker of a global error begins like that of a setting's error,
+// so it has been rewritten when its turn comes; the back end's users know the result as it is.
+constexpr std::array<Marker, 6> MARKERS = {{
+    {"\\n", "\n"},
+    {"#ERROR", "Error in "},
+    {"#ERROR_GLOBAL", "Error: "},
+    {"#VAL", "="},
+    {"#MSG", ". "},
+    {"#END", ""},
+}};
+
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+std::string firmware_version() {
+    ConfigFile version_file(VERSION_FILE_PATH, false, false);
+    version_file.ChangeSyntax(':', '\n', '#');
+    return version_file.GetEntry("Version");
+}
+
+void write_line(std::FILE* file, const std::string& line) {
+    std::fwrite(line.data(), 1, line.size(), file);
+    std::fputc('\n', file);
+}
+
+}  // namespace
+
+void replace_all(std::string& text, const char* from, const char* to, std::size_t start) {
+    std::size_t found = text.find(from, start);
+    if (found == std::string::npos) {
+        return;
+    }
+    // Built anew rather than in place, where each replacement would move all that follows.
+    std::string result;
+    result.reserve(text.size());
+    std::size_t copied = 0;
+    while (found != std::string::npos) {
+        result.append(text, copied, found - copied).append(to);
+        copied = found + std::strlen(from);
+        found = text.find(from, copied);
+    }
+    result.append(text, copied, std::string::npos);
+    text.swap(result);
+}
+
+void rewrite_markers(std::string& answer) {
+    for (const Marker& marker : MARKERS) {
+        replace_all(answer, marker.text, marker.words, 0);
+    }
+}
+
+void write_query_file(const std::string& path, const std::list<std::string>& settings) {
+    const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "w"));
+    if (!file) {
+        return;
+    }
+    if (!settings.empty() && settings.front().find(VERSION_ASSIGNMENT) == std::string::npos) {
+        write_line(file.get(), VERSION_ASSIGNMENT + firmware_version());
+    }
+    for (const std::string& setting : settings) {
+        write_line(file.get(), setting);
+    }
+}
+
+void run_putconf(const std::string& path) {
+    const std::string query = "cgiaction=do_save&localHiddenFilename=" + path;
+    run_cgi_program(SAVE_PROGRAM, query.c_str(), [](std::FILE* output) {
+        std::string answer = collect(output);
+        rewrite_markers(answer);
+        print(answer);
+    });
+}
+
+int handle_save(char* /*argument*/) noexcept {
+    if (_gQueryString.empty()) {
+        print_now(make_error_message("Nothing to save\n"));
+        return -1;
+    }
+    write_query_file(SAVE_FILE_PATH, _gQueryString);
+    run_putconf(SAVE_FILE_PATH);
+    _gQueryString.clear();
+    return 0;
+}
