@@ -1,0 +1,75 @@
+#include "backup/backup.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <fstream>
+#include <string>
+
+#include "backup/transfer.h"
+#include "shell/process.h"
+#include "shell/signals.h"
+#include "shell/text.h"
+
+namespace {
+
+constexpr const char* BACKUP_LOG_PATH = "/tmp/auto-backup.log";
+constexpr const char* RESTORE_LOG_PATH = "/tmp/restorelog.txt";
+constexpr const char* BACKUP_SUCCESS_WORD = "FINISHED";
+constexpr std::size_t NAME_BUFFER_SIZE = 64;    // bytes
+constexpr std::size_t LINE_BUFFER_SIZE = 1024;  // bytes; a longer line ends the reading
+
+// The lines of a log, each with a line feed. The log is deleted: the next transfer writes it anew.
+std::string take_log(const char* path) {
+    std::ifstream log(path);
+    if (!log.good()) {
+        return "";
+    }
+    std::string text;
+    std::array<char, LINE_BUFFER_SIZE> line{};
+    while (log.getline(line.data(), line.size())) {
+        text.append(line.data()).append("\n");
+    }
+    log.close();
+    unlink(path);
+    return text;
+}
+
+// Asks, transfers and returns the status of the command line. A dialogue that a request to end the
+// session cut short transfers nothing.
+int transfer(const std::string& file_name, Direction direction) {
+    std::string command_line;
+    build_transfer_command(command_line, file_name, direction);
+    const int status = end_requested() ? -1 : run_command(command_line);
+    wipe(command_line);
+    return status;
+}
+
+}  // namespace
+
+int handle_backup(char* /*argument*/) noexcept {
+    std::array<char, NAME_BUFFER_SIZE> file_name{};
+    if (make_backup_file_name(file_name.data(), file_name.size()) == 0) {
+        return 1;
+    }
+    print("Starting configuration backup...\n");
+    const int status = transfer(file_name.data(), Direction::BACKUP);
+    const std::string log = take_log(BACKUP_LOG_PATH);
+    const bool finished =
+        status == 0 && (log.empty() || log.find(BACKUP_SUCCESS_WORD) != std::string::npos);
+    print(finished ? "Configuration backup finished!\n" : "Configuration backup failed!\n");
+    return 0;
+}
+
+int handle_restore(char* /*argument*/) noexcept {
+    print("Starting configuration restore...\n");
+    const int status = transfer("", Direction::RESTORE);
+    const std::string log = take_log(RESTORE_LOG_PATH);
+    if (status == 0) {
+        print("Configuration restore finished.!\nRebooting...\n");
+        run_command("reboot");
+    } else {
+        print(log + "Configuration restore failed.!\n");
+    }
+    return 0;
+}
