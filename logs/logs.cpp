@@ -1,0 +1,60 @@
+#include "logs/logs.h"
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "shell/process.h"
+#include "shell/text.h"
+
+namespace {
+
+struct LogFileEntry {
+    const char* name;
+    const char* path;
+};
+
+constexpr LogFileEntry log_files[] = {
+    {"cm", "/var/log/cm.log"},
+    {"sip", "/tmp/logs/sip_ua.log"},
+    {"sip_reg", "/tmp/logs/sip_reg.log"},
+    {"Q.931", "/tmp/logs/isdnagent.log"},
+    {nullptr, nullptr},
+};
+
+int refuse(const char* reason) {
+    print(make_error_message(reason) + "\n");
+    return -1;
+}
+
+const LogFileEntry* lookup_log(const char* name) {
+    for (const LogFileEntry* row = log_files; row->name != nullptr; ++row) {
+        if (std::strcmp(row->name, name) == 0) {
+            return row;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+int handle_log_ls(char* /*argument*/) noexcept {
+    for (const LogFileEntry* row = log_files; row->name != nullptr; ++row) {
+        std::printf("\n%s", row->name);
+    }
+    std::puts("\n");
+    return 0;
+}
+
+int handle_show(char* argument) noexcept {
+    if (*trim_blanks(argument) == '\0') {
+        return refuse("the syntax is: show log_type");
+    }
+    const LogFileEntry* log = lookup_log(argument);
+    if (log == nullptr) {
+        return refuse("There is no such log file");
+    }
+    // Only the table's path reaches the command interpreter, never what was typed.
+    run_command(std::string("cat ") + log->path);
+    return 0;
+}
