@@ -1,0 +1,60 @@
+#include "shell/command_loop.h"
+
+#include <cstddef>
+#include <cstring>
+
+#include "session/logout.h"
+#include "shell/command_table.h"
+#include "shell/line_editor.h"
+#include "shell/state.h"
+#include "shell/text.h"
+
+namespace {
+
+constexpr std::size_t MAX_SETTING_LENGTH = 256;  // bytes
+constexpr std::size_t MAX_SETTINGS = 100;
+
+void queue_setting(const char* word) {
+    if (std::strlen(word) > MAX_SETTING_LENGTH) {
+        return;
+    }
+    if (_gQueryString.size() >= MAX_SETTINGS) {
+        _gQueryString.pop_front();
+    }
+    _gQueryString.emplace_back(word);
+}
+
+void handle_line(char* line) {
+    char* trimmed = trim_blanks(line);
+    if (*trimmed != '\0') {
+        remember_line(trimmed);
+        dispatch_line(trimmed);
+    }
+}
+
+}  // namespace
+
+int dispatch_line(char* line) {
+    char* word = line + std::strspn(line, " \t");
+    char* rest = word + std::strcspn(word, " \t");
+    if (*rest != '\0') {
+        *rest++ = '\0';
+    }
+    const CommandEntry* command = lookup_command(word);
+    if (command == nullptr) {
+        queue_setting(word);
+        return 0;
+    }
+    return command->handler(rest + std::strspn(rest, " \t"));
+}
+
+int run_command_loop() {
+    while (!_gDoExit) {
+        const LineBuffer line = read_line(PROMPT);
+        if (!line) {
+            break;
+        }
+        handle_line(line.get());
+    }
+    return admin_logout();
+}

@@ -1,0 +1,16 @@
+#include "catalogue/menu_tree.h"
+#include "session/login.h"
+#include "shell/command_loop.h"
+#include "shell/line_editor.h"
+#include "shell/signals.h"
+
+// Arguments are ignored: as a login shell the program is started with whatever the caller fancies.
+int main() {
+    prepare_streams();
+    install_signal_handlers();
+    load_menu_tree();
+    admin_login();
+    init_line_editor();
+    run_command_loop();
+    return 0;
+}
