@@ -8,6 +8,7 @@
 
 #include "backup/transfer.h"
 #include "shell/process.h"
+#include "shell/secret.h"
 #include "shell/signals.h"
 #include "shell/text.h"
 
@@ -41,7 +42,9 @@ int transfer(const std::string& file_name, Direction direction) {
     std::string command_line;
     build_transfer_command(command_line, file_name, direction);
     const int status = end_requested() ? -1 : run_command(command_line);
+    const std::size_t length = command_line.size();
     wipe(command_line);
+    wipe_leftovers(length);
     return status;
 }
 

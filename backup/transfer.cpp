@@ -2,44 +2,149 @@
 
 #include <sys/time.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <ctime>
+#include <optional>
+#include <string_view>
 
 #include "shell/line_editor.h"
-#include "shell/text.h"
+#include "shell/secret.h"
 
 namespace {
 
-constexpr const char* RESTORE_HEAD = "/bin/wget -nv -t 3 --passive-ftp";
-constexpr const char* RESTORE_TAIL = " -O - | /bin/backupconfig -r -s stdin -l /tmp/restorelog.txt";
-constexpr const char* BACKUP_HEAD = "wput -B -t 3 -I \"backupconfig -b -d stdout\"";
-constexpr const char* BACKUP_TAIL = " > /tmp/auto-backup.log 2>&1";
+constexpr std::string_view RESTORE_HEAD = "/bin/wget -nv -t 3 --passive-ftp";
+constexpr std::string_view RESTORE_TAIL =
+    " -O - | /bin/backupconfig -r -s stdin -l /tmp/restorelog.txt";
+constexpr std::string_view BACKUP_HEAD = "wput -B -t 3 -I \"backupconfig -b -d stdout\"";
+constexpr std::string_view BACKUP_TAIL = " > /tmp/auto-backup.log 2>&1";
 
-std::string ftp_address(const TransferParameters& parameters, const std::string& file_name,
-                        Direction direction) {
-    std::string address = "ftp://";
+constexpr std::string_view SCHEME = "ftp://";
+
+// What a double-quoted word of the command interpreter does not leave alone.
+constexpr std::string_view ACTIVE_CHARACTERS = "$`\"\\";
+
+// What an unquoted word of the command interpreter leaves alone, besides letters and digits.
+constexpr std::string_view SAFE_CHARACTERS = "@%+=:,./-_~";
+
+Secret ftp_address(const TransferParameters& parameters, const std::string& file_name,
+                   Direction direction) {
+    Secret address(SCHEME);
     if (!parameters.username.empty()) {
-        address += parameters.username;
+        address.append(parameters.username);
         if (!parameters.password.empty()) {
-            address += ":" + parameters.password;
+            address.append(":").append(parameters.password);
         }
-        address += "@";
+        address.append("@");
     }
-    address += parameters.server;
+    address.append(parameters.server);
     if (!parameters.port.empty()) {
-        address += ":" + parameters.port;
+        address.append(":").append(parameters.port);
     }
     if (!parameters.path.empty()) {
         const char first = parameters.path.front();
-        if (first != '/' && first != '.') {
-            address += "/";
+        address.append(first != '/' && first != '.' ? "/" : "").append(parameters.path);
+    }
+    if (direction == Direction::BACKUP && address.view().back() != '/') {
+        address.append("/");
+    }
+    address.append(file_name);
+    return address;
+}
+
+int hex_value(char digit) {
+    if (digit >= '0' && digit <= '9') {
+        return digit - '0';
+    }
+    const int lower = digit | 0x20;
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+}
+
+// What the percent sign at the front of text stands for; nothing when no two digits follow it.
+std::optional<char> decoded(std::string_view text) {
+    const int high = text.size() > 2 ? hex_value(text[1]) : -1;
+    const int low = text.size() > 2 ? hex_value(text[2]) : -1;
+    if (high < 0 || low < 0) {
+        return std::nullopt;
+    }
+    return static_cast<char>(16 * high + low);
+}
+
+bool is_active(char c) {
+    return ACTIVE_CHARACTERS.find(c) != std::string_view::npos;
+}
+
+void append_escape(Secret& text, std::string_view percent, char c) {
+    constexpr std::string_view DIGITS = "0123456789ABCDEF";
+    const auto value = static_cast<unsigned char>(c);
+    text.append(percent).append(DIGITS.substr(value / 16, 1)).append(DIGITS.substr(value % 16, 1));
+}
+
+// For text that wput passes on as it stands: active characters as escapes, which the FTP server
+// gets decoded.
+void append_escaped(Secret& result, std::string_view text) {
+    for (const char c : text) {
+        if (is_active(c)) {
+            append_escape(result, "%", c);
+        } else {
+            result.append({&c, 1});
         }
-        address += parameters.path;
     }
-    if (direction == Direction::BACKUP && address.back() != '/') {
-        address += "/";
+}
+
+// For text that wput decodes before it passes it on: active characters as escapes of escapes. The
+// login or the server's name is then wrong, but nothing runs. A percent sign without two digits
+// is escaped too, since what a lenient decoder makes of it is anybody's guess.
+void append_escaped_twice(Secret& result, std::string_view text) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (is_active(text[i])) {
+            append_escape(result, "%25", text[i]);
+        } else if (text[i] == '%' && is_active(decoded(text.substr(i)).value_or('$'))) {
+            result.append("%25");
+        } else {
+            result.append(text.substr(i, 1));
+        }
     }
-    return address + file_name;
+}
+
+// wput runs its input command through the command interpreter with parts of the address in double
+// quotes behind it: user, server and port decoded, the directory as it stands. The password is not
+// among them. wput cuts the address at its first slash, whoever typed it, so that counts here and
+// not the question that an answer belongs to.
+Secret disarmed(std::string_view address) {
+    Secret result(SCHEME);
+    address.remove_prefix(SCHEME.size());
+    const std::string_view authority = address.substr(0, address.find('/'));
+    const std::size_t at = authority.rfind('@');
+    const std::size_t colon = authority.find(':');
+    if (at != std::string_view::npos && colon < at) {
+        append_escaped_twice(result, authority.substr(0, colon));
+        result.append(authority.substr(colon, at - colon));
+        append_escaped_twice(result, authority.substr(at));
+    } else {
+        append_escaped_twice(result, authority);
+    }
+    append_escaped(result, address.substr(authority.size()));
+    return result;
+}
+
+bool is_safe(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+           SAFE_CHARACTERS.find(c) != std::string_view::npos;
+}
+
+// One word for the command interpreter, as it stands when nothing in it needs quoting.
+Secret quoted(std::string_view word) {
+    if (std::all_of(word.begin(), word.end(), is_safe)) {
+        return Secret(word);
+    }
+    Secret result("'");
+    for (const char c : word) {
+        result.append(c == '\'' ? std::string_view("'\\''") : std::string_view(&c, 1));
+    }
+    result.append("'");
+    return result;
 }
 
 }  // namespace
@@ -73,21 +178,28 @@ void ask_transfer_parameters(TransferParameters& parameters, Direction direction
                                                                   : "tessel:> Server path: ")
                           .value_or("");
     parameters.username = read_answer("tessel:> Username: ").value_or("");
-    parameters.password = read_password("tessel:> Password: ").value_or("");
+    if (const auto password = read_password("tessel:> Password: ")) {
+        parameters.password = password->view();
+    }
 }
 
 std::string transfer_command(const TransferParameters& parameters, const std::string& file_name,
                              Direction direction) {
-    const std::string address = ftp_address(parameters, file_name, direction);
-    if (direction == Direction::RESTORE) {
-        return std::string(RESTORE_HEAD) + " " + address + RESTORE_TAIL;
-    }
-    return std::string(BACKUP_HEAD) + " " + address + BACKUP_TAIL;
+    const bool backup = direction == Direction::BACKUP;
+    const Secret address = ftp_address(parameters, file_name, direction);
+    const Secret word = quoted(backup ? disarmed(address.view()).view() : address.view());
+    const std::string_view head = backup ? BACKUP_HEAD : RESTORE_HEAD;
+    const std::string_view tail = backup ? BACKUP_TAIL : RESTORE_TAIL;
+    std::string command_line;
+    // At once: growing would leave pieces of the password behind.
+    command_line.reserve(head.size() + 1 + word.view().size() + tail.size());
+    command_line.append(head).append(" ").append(word.view()).append(tail);
+    return command_line;
 }
 
 void build_transfer_command(std::string& command_line, const std::string& file_name,
                             Direction direction) {
     TransferParameters parameters;
     ask_transfer_parameters(parameters, direction);
-    command_line += transfer_command(parameters, file_name, direction);
+    command_line = transfer_command(parameters, file_name, direction);
 }

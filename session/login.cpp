@@ -9,6 +9,7 @@
 #include "config/multi_section_file.h"
 #include "session/logout.h"
 #include "shell/line_editor.h"
+#include "shell/secret.h"
 #include "shell/signals.h"
 #include "shell/text.h"
 
@@ -50,12 +51,8 @@ bool credentials_match(const std::string& user, const std::string& password) {
 // learns which answer was wrong.
 bool attempt_login() {
     const std::optional<std::string> user = read_answer("Username: ");
-    std::optional<std::string> password = read_password("Password: ");
-    const bool accepted = user && password && check_admin_credentials(*user, *password) == 1;
-    if (password) {
-        wipe(*password);
-    }
-    return accepted;
+    const std::optional<Secret> password = read_password("Password: ");
+    return user && password && check_admin_credentials(*user, std::string(password->view())) == 1;
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include <readline/readline.h>
 
 #include "shell/signals.h"
-#include "shell/text.h"
 
 namespace {
 
@@ -53,7 +52,7 @@ std::optional<std::string> read_answer(const char* prompt) {
     return line.get();
 }
 
-std::optional<std::string> read_password(const char* prompt) {
+std::optional<Secret> read_password(const char* prompt) {
     std::fflush(stdout);
     const InterruptibleReads interruptible;
     if (end_requested()) {
@@ -63,10 +62,9 @@ std::optional<std::string> read_password(const char* prompt) {
     if (typed == nullptr) {
         return std::nullopt;
     }
-    std::string password = typed;
+    Secret password(typed);
     explicit_bzero(typed, std::strlen(typed));
     if (end_requested()) {
-        wipe(password);
         return std::nullopt;
     }
     return password;

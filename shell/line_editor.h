@@ -7,6 +7,8 @@
 #include <optional>
 #include <string>
 
+#include "shell/secret.h"
+
 struct FreeDeleter {
     void operator()(char* text) const { std::free(text); }  // NOLINT(*-no-malloc)
 };
@@ -33,9 +35,9 @@ LineBuffer read_line(const char* prompt);
 /// The same for one answer of a dialogue, exactly as typed.
 std::optional<std::string> read_answer(const char* prompt);
 
-/// Asks for a secret without echo. Nothing when it cannot be read or the session is to end. The
-/// caller wipes the result; no other copy is kept.
-std::optional<std::string> read_password(const char* prompt);
+/// Asks for a secret without echo. Nothing when it cannot be read or the session is to end. No
+/// other copy is kept.
+std::optional<Secret> read_password(const char* prompt);
 
 /// Keeps a line for the arrow keys, for this session only.
 void remember_line(const char* line);

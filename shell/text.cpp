@@ -38,9 +38,3 @@ void print_now(std::string_view text) {
     print(text);
     std::fflush(stdout);
 }
-
-void wipe(std::string& secret) {
-    secret.resize(secret.capacity());  // never allocates, so no copy is left behind
-    explicit_bzero(secret.data(), secret.size());
-    secret.clear();
-}

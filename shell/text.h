@@ -18,6 +18,3 @@ void print(std::string_view text);
 
 /// The same, and on its way at once.
 void print_now(std::string_view text);
-
-/// Overwrites a secret, its spare capacity included, and leaves the string empty.
-void wipe(std::string& secret);

@@ -1,0 +1,32 @@
+#pragma once
+
+// Text that must not outlive its use: passwords, and command lines that hold one.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+/// Overwrites a text, its spare capacity included, and leaves it empty.
+void wipe(std::string& text);
+
+/// Overwrites what library calls that handled a secret of that many bytes left on the heap, on the
+/// stack and in registers.
+void wipe_leftovers(std::size_t length);
+
+/// A text that leaves nothing behind in memory, neither when it grows nor when it goes.
+class Secret {
+  public:
+    Secret() = default;
+    explicit Secret(std::string_view text);
+    ~Secret();
+    Secret(Secret&&) = default;  // what the other one keeps is wiped when it goes
+    Secret(const Secret&) = delete;
+    Secret& operator=(const Secret&) = delete;
+    Secret& operator=(Secret&&) = delete;
+
+    Secret& append(std::string_view more);
+    [[nodiscard]] std::string_view view() const { return text_; }
+
+  private:
+    std::string text_;
+};
