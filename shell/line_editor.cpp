@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -14,10 +15,13 @@ namespace {
 
 bool input_is_terminal = false;
 
-// A terminal that hangs up in the middle of a line makes the editor return what was typed so far.
-// Half a command must not run.
-bool terminal_was_lost() {
-    return input_is_terminal && isatty(STDIN_FILENO) == 0;
+// True when the session is to end. A terminal that hangs up makes the editor return what was typed
+// so far, and half a command must not run; the kernel need not have told this process of it.
+bool session_is_over() {
+    if (input_is_terminal && isatty(STDIN_FILENO) == 0 && !end_requested()) {
+        std::raise(SIGHUP);
+    }
+    return end_requested();
 }
 
 }  // namespace
@@ -38,7 +42,7 @@ LineBuffer read_line(const char* prompt) {
         return nullptr;
     }
     LineBuffer line(readline(prompt));
-    if (end_requested() || terminal_was_lost()) {
+    if (session_is_over()) {
         return nullptr;
     }
     return line;
@@ -64,7 +68,7 @@ std::optional<Secret> read_password(const char* prompt) {
     }
     Secret password(typed);
     explicit_bzero(typed, std::strlen(typed));
-    if (end_requested()) {
+    if (session_is_over()) {
         return std::nullopt;
     }
     return password;

@@ -1,5 +1,7 @@
 #include "shell/signals.h"
 
+#include <unistd.h>
+
 #include <csignal>
 #include <ctime>
 #include <initializer_list>
@@ -17,11 +19,24 @@ constexpr long REMINDER_NANOSECONDS = 200'000'000;
 void ignore_signal(int /*signal*/) {}
 
 void request_end(int /*signal*/) {
-    if (end_was_requested == 0 && has_reminder) {
+    if (end_was_requested != 0) {
+        return;
+    }
+    end_was_requested = 1;
+    if (has_reminder) {
         const itimerspec every = {{0, REMINDER_NANOSECONDS}, {0, REMINDER_NANOSECONDS}};
         timer_settime(reminder, 0, &every, nullptr);
     }
-    end_was_requested = 1;
+}
+
+// The kernel tells only a session's first process of a lost terminal, which at the console is the
+// shell. Its children are in its process group; when it leads none, somebody else sees to them.
+void hang_up(int signal) {
+    const bool first = end_was_requested == 0;
+    request_end(signal);
+    if (first && getpgrp() == getpid()) {
+        kill(0, SIGHUP);
+    }
 }
 
 void handle(int signal, void (*handler)(int), int flags) {
@@ -34,7 +49,7 @@ void handle(int signal, void (*handler)(int), int flags) {
 
 void handle_end_requests(int flags) {
     handle(SIGTERM, request_end, flags);
-    handle(SIGHUP, request_end, flags);
+    handle(SIGHUP, hang_up, flags);
 }
 
 }  // namespace
@@ -50,6 +65,10 @@ void install_signal_handlers() {
         handle(signal, ignore_signal, SA_RESTART);
     }
     handle_end_requests(SA_RESTART);
+}
+
+void ignore_hang_ups() {
+    handle(SIGHUP, SIG_IGN, 0);
 }
 
 bool end_requested() {
