@@ -175,6 +175,9 @@ const Setting* Schema::find(std::string_view full_name, std::string& extension) 
     const auto setting_name = full_name.substr(last + 1);
     const bool per_extension = first != last;
     extension = per_extension ? full_name.substr(first + 1, last - first - 1) : std::string_view();
+    if (per_extension && extension.empty()) {
+        return nullptr;
+    }
     for (const Part& part : parts_) {
         if (part.per_extension != per_extension || part.name != part_name) {
             continue;
