@@ -373,11 +373,20 @@ def test_a_closed_terminal_hangs_up_the_command_and_its_child(gateway):
         " echo status $? hung up $hung_up >/tmp/end"
     )
     sandbox = Sandbox(gateway)
-    os.close(terminal.child_fd)
-    terminal.child_fd = -1
+    terminal.ptyproc.fileobj.close()
     assert sandbox.has_ended()
     assert gateway.file("/tmp/end").read_text() == "status 129 hung up yes\n"
-    terminal.wait()
+
+
+def test_a_late_hang_up_spares_a_logout_that_has_begun(gateway):
+    terminal = gateway.on_terminal(
+        "PATH_INFO=logout.cgi sleep 1000 & logout=$!; trap : HUP; echo READY;"
+        " sleep 1000; kill -s 0 $logout && echo spared >/tmp/end"
+    )
+    sandbox = Sandbox(gateway)
+    terminal.ptyproc.fileobj.close()
+    assert sandbox.has_ended()
+    assert gateway.file("/tmp/end").read_text() == "spared\n"
 
 
 @pytest.mark.parametrize("tell", [os.kill, os.killpg])
