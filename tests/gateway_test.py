@@ -251,6 +251,14 @@ def test_start_tells_why_the_back_end_does_not_start(gateway, tmp_path):
     assert b"out of order" in done.stderr
 
 
+def test_start_tells_a_sandbox_that_cannot_be_made_from_a_failed_command(gateway):
+    gateway.file("/usr").rmdir()
+    gateway.file("/usr").write_text("no place for a folder")
+    done = gateway.start("true")
+    assert done.returncode == 125
+    assert b"bwrap: " in done.stdout
+
+
 def test_the_environment_is_cleared(gateway, monkeypatch):
     monkeypatch.setenv("REQUEST_METHOD", "PUT")
     monkeypatch.setenv("TERM", "dumb")
@@ -401,6 +409,23 @@ def test_a_signal_to_start_or_to_its_group_reaches_the_command_once(gateway, tel
     terminal.sendline("")
     terminal.expect_exact("1 in all\r\n")
     terminal.expect(pexpect.EOF)
+
+
+def test_the_back_end_is_detached_from_the_terminal(gateway):
+    terminal = gateway.on_terminal("echo READY; ps -o tty= -p $(cat /run/backend.pid)")
+    terminal.expect_exact("?")
+    terminal.expect(pexpect.EOF)
+
+
+@pytest.mark.parametrize("number", [signal.SIGHUP, signal.SIGINT, signal.SIGQUIT])
+def test_the_back_end_outlives_what_is_meant_for_the_command(gateway, number):
+    process = gateway.background(
+        PRELUDE + f"trap 'request nosuch.cgi' {int(number)}; echo READY; until read -r line; do :; done"
+    )
+    process.send_signal(number)
+    assert process.stdout.readline() == b"ERROR: there is no such program\n"
+    process.communicate(b"\n", timeout=TIMEOUT)
+    assert process.returncode == 0
 
 
 @pytest.mark.parametrize("number", [signal.SIGHUP, signal.SIGINT, signal.SIGTERM])
@@ -708,8 +733,10 @@ def test_the_client_is_quiet_when_the_back_end_is_down(gateway):
 
 
 def test_the_client_leaves_standard_input_alone(gateway):
-    done = gateway.start("sh", "-c", PRELUDE + "request logout.cgi; cat", typed="mine\n")
-    assert done.stdout == b"OK\nmine\n"
+    script = "flags() { grep flags /proc/self/fdinfo/0; }; flags; request logout.cgi; flags; cat"
+    done = gateway.start("sh", "-c", PRELUDE + script, typed="mine\n")
+    before, answer, after, rest = done.stdout.decode().splitlines()
+    assert (answer, after, rest) == ("OK", before, "mine")
 
 
 # --- backup and restore ---
