@@ -172,9 +172,11 @@ def test_make_root_makes_anew_what_a_boot_does(gateway):
 def test_make_root_fresh_gives_factory_settings(gateway):
     factory = gateway.settings()
     gateway.sh("save sip.local_port=5071")
+    gateway.file("/home/backup/old.bin").write_text("old")
     assert gateway.settings() != factory
     gateway.make("--fresh")
     assert gateway.settings() == factory
+    assert not gateway.file("/home/backup/old.bin").exists()
 
 
 def test_make_root_copes_with_folders_without_rights(gateway):
