@@ -1,0 +1,13 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "shell/line_editor.h"
+
+// Standard output is buffered as in the program, so that a test sees the same flushes, whether it
+// runs on a terminal or not.
+int main(int argc, char** argv) {
+    prepare_streams();
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

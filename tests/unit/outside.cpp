@@ -1,0 +1,118 @@
+#include "tests/unit/outside.h"
+
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <readline/readline.h>
+
+#include "shell/state.h"
+
+Outside outside;
+
+namespace {
+
+constexpr const char* REQUEST_VARIABLES[] = {
+    "REQUEST_METHOD", "PATH_INFO",       "QUERY_STRING",   "REMOTE_ADDR",     "CONTENT_TYPE",
+    "CONTENT_LENGTH", "SERVER_PROTOCOL", "REQUEST_URI",    "SCRIPT_FILENAME", "SCRIPT_NAME",
+    "DOCUMENT_ROOT",  "SERVER_NAME",     "SERVER_SOFTWARE"};
+
+std::string written_so_far() {
+    struct stat status = {};
+    if (fstat(STDOUT_FILENO, &status) != 0 || !S_ISREG(status.st_mode)) {
+        return "";
+    }
+    std::string text(static_cast<std::size_t>(status.st_size), '\0');
+    const ssize_t length = pread(STDOUT_FILENO, text.data(), text.size(), 0);
+    text.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+    return text;
+}
+
+std::optional<std::string> take_answer(std::deque<std::optional<std::string>>& answers,
+                                       const char* prompt) {
+    outside.prompts.emplace_back(prompt);
+    if (answers.empty()) {
+        return std::nullopt;
+    }
+    std::optional<std::string> answer = answers.front();
+    answers.pop_front();
+    return answer;
+}
+
+void start_afresh() {
+    outside = Outside();
+    _gAdminConParts.clear();
+    _gExtensionConfParts.clear();
+    _gQueryString.clear();
+    _gDoExit = false;
+    for (const char* name : REQUEST_VARIABLES) {
+        unsetenv(name);
+    }
+}
+
+}  // namespace
+
+OutsideTest::OutsideTest() {
+    start_afresh();
+}
+
+OutsideTest::~OutsideTest() {
+    start_afresh();
+}
+
+extern "C" int system(const char* command) {
+    outside.command_lines.emplace_back(command);
+    outside.printed_before_command = written_so_far();
+    return outside.command_status;
+}
+
+extern "C" FILE* popen(const char* command, const char* mode) {
+    StartedClient client{command, mode, {}};
+    for (const char* name : REQUEST_VARIABLES) {
+        if (const char* value = std::getenv(name)) {
+            client.request[name] = value;
+        }
+    }
+    outside.clients.push_back(client);
+    if (!outside.client_can_start) {
+        return nullptr;
+    }
+    std::FILE* output = std::tmpfile();
+    std::fwrite(outside.client_output.data(), 1, outside.client_output.size(), output);
+    std::rewind(output);
+    return output;
+}
+
+extern "C" int pclose(FILE* output) {
+    outside.closed_at.push_back(std::ftell(output));
+    return std::fclose(output);
+}
+
+extern "C" char* readline(const char* prompt) {
+    const std::optional<std::string> answer = take_answer(outside.lines, prompt);
+    return answer ? strdup(answer->c_str()) : nullptr;
+}
+
+// The answer stands in a static buffer, as getpass has it.
+extern "C" char* getpass(const char* prompt) {
+    static char buffer[256];
+    const std::optional<std::string> answer = take_answer(outside.passwords, prompt);
+    if (!answer) {
+        return nullptr;
+    }
+    std::snprintf(buffer, sizeof buffer, "%s", answer->c_str());
+    return buffer;
+}
+
+extern "C" int gettimeofday(timeval* time, void* /*zone*/) noexcept {
+    if (!outside.clock_works) {
+        return -1;
+    }
+    time->tv_sec = outside.now ? *outside.now : std::time(nullptr);
+    time->tv_usec = 0;
+    return 0;
+}
