@@ -1,0 +1,32 @@
+#include "config/config_buffer.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string>
+
+namespace {
+
+TEST(ConfigBuffer, MarkerHoldsNothingThatTheMenuTreeLooksFor) {
+    const std::string marker = ConfigBuffer::ENTRY_NOT_FOUND;
+    EXPECT_EQ(marker, "ENTRY_NOT_FOUND");
+    for (const char* text : {"\"", "auto", "extension"}) {
+        EXPECT_EQ(marker.find(text), std::string::npos) << text;
+    }
+}
+
+TEST(SmartBuffer, Has4096BytesAllZeroAtFirst) {
+    const SmartBuffer buffer;
+    ASSERT_EQ(buffer.size, 4096U);
+    EXPECT_TRUE(std::all_of(buffer.data, buffer.data + buffer.size, [](char c) { return c == 0; }));
+}
+
+TEST(UnreadableFile, NamesPathAndReason) {
+    const UnreadableFile error("/some/file", ENOENT);
+    EXPECT_STREQ(error.what(), "/some/file: No such file or directory");
+    const std::runtime_error& base = error;
+    EXPECT_STREQ(base.what(), error.what());
+}
+
+}  // namespace
