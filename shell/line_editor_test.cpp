@@ -1,0 +1,50 @@
+#include "shell/line_editor.h"
+
+#include <string>
+#include <vector>
+
+#include <readline/readline.h>
+#include <unistd.h>
+
+#include "tests/unit/outside.h"
+
+namespace {
+
+class LineEditorTest : public OutsideTest {};
+
+TEST_F(LineEditorTest, KnowsTheShellByItsPromptAndAsksItOnTab) {
+    init_line_editor();
+    EXPECT_STREQ(rl_readline_name, "tessel:> ");
+    EXPECT_EQ(rl_attempted_completion_function, tessel_completion);
+}
+
+TEST_F(LineEditorTest, CompletionOffersNothingAndLeavesTheRestToTheEditor) {
+    rl_attempted_completion_over = 0;
+    EXPECT_EQ(tessel_completion("he", 0, 2), nullptr);
+    EXPECT_EQ(rl_attempted_completion_over, 0);
+}
+
+TEST_F(LineEditorTest, AnswerIsExactlyWhatWasTypedAndTheEndOfInputIsNone) {
+    outside.lines = {" a b\t", "", std::nullopt};
+    EXPECT_EQ(read_answer("One: "), " a b\t");
+    EXPECT_EQ(read_answer("Two: "), "");
+    EXPECT_EQ(read_answer("Three: "), std::nullopt);
+    EXPECT_EQ(outside.prompts, (std::vector<std::string>{"One: ", "Two: ", "Three: "}));
+}
+
+TEST_F(LineEditorTest, PasswordIsExactlyWhatWasTypedAndNoneWhenItCannotBeRead) {
+    outside.passwords = {" pw ", "", std::nullopt};
+    EXPECT_EQ(read_password("Password: "), " pw ");
+    EXPECT_EQ(read_password("Password: "), "");
+    EXPECT_EQ(read_password("Password: "), std::nullopt);
+}
+
+TEST_F(LineEditorTest, PasswordIsWipedWhereItWasTyped) {
+    outside.passwords = {"secret", "secret"};
+    const char* typed = getpass("");
+    ASSERT_STREQ(typed, "secret");
+    EXPECT_EQ(read_password("Password: "), "secret");
+    EXPECT_EQ(std::string(typed, 6), std::string(6, '\0'));
+}
+
+}  // namespace

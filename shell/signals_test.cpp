@@ -1,0 +1,97 @@
+#include "shell/signals.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+
+#include "shell/line_editor.h"
+#include "tests/unit/outside.h"
+
+namespace {
+
+// Signals are met in a child of the test, which reports by its status.
+void expect_in_child(bool (*holds)()) {
+    EXPECT_EXIT(std::_Exit(holds() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+class SignalsTest : public OutsideTest {};
+
+TEST_F(SignalsTest, HangUpAndTerminationAskTheSessionToEnd) {
+    expect_in_child([] {
+        install_signal_handlers();
+        return !end_requested() && raise(SIGTERM) == 0 && end_requested();
+    });
+    expect_in_child([] {
+        install_signal_handlers();
+        return raise(SIGHUP) == 0 && end_requested();
+    });
+}
+
+TEST_F(SignalsTest, KeysThatInterruptAndABrokenPipeDoNot) {
+    expect_in_child([] {
+        install_signal_handlers();
+        raise(SIGINT);
+        raise(SIGQUIT);
+        raise(SIGPIPE);
+        return !end_requested();
+    });
+}
+
+TEST_F(SignalsTest, ChildrenHaveTheDefaultActionEvenOfSignalsInheritedAsIgnored) {
+    expect_in_child([] {
+        for (const int signal : {SIGINT, SIGQUIT, SIGPIPE, SIGHUP, SIGTERM}) {
+            std::signal(signal, SIG_IGN);
+        }
+        install_signal_handlers();
+        // A handler is set back to the default when another program starts.
+        for (const int signal : {SIGINT, SIGQUIT, SIGPIPE, SIGHUP, SIGTERM}) {
+            struct sigaction action = {};
+            sigaction(signal, nullptr, &action);
+            if (action.sa_handler == SIG_IGN || action.sa_handler == SIG_DFL) {
+                return false;
+            }
+        }
+        return true;
+    });
+}
+
+TEST_F(SignalsTest, NothingIsAskedOnceTheSessionIsToEnd) {
+    expect_in_child([] {
+        install_signal_handlers();
+        raise(SIGTERM);
+        outside.lines = {"typed"};
+        outside.passwords = {"typed"};
+        return !read_line("") && !read_answer("") && !read_password("") && outside.prompts.empty();
+    });
+}
+
+// Also when the request came before the read began to wait: it repeats itself.
+TEST_F(SignalsTest, RequestToEndInterruptsAReadThatIsMeantToBeInterrupted) {
+    expect_in_child([] {
+        std::array<int, 2> ends{};
+        if (pipe(ends.data()) != 0) {
+            return false;
+        }
+        install_signal_handlers();
+        const InterruptibleReads interruptible;
+        raise(SIGTERM);
+        char byte = 0;
+        return read(ends[0], &byte, 1) == -1 && errno == EINTR;
+    });
+}
+
+TEST_F(SignalsTest, OtherReadsAreRestarted) {
+    expect_in_child([] {
+        install_signal_handlers();
+        { const InterruptibleReads interruptible; }
+        struct sigaction action = {};
+        sigaction(SIGTERM, nullptr, &action);
+        return (action.sa_flags & SA_RESTART) != 0;
+    });
+}
+
+}  // namespace

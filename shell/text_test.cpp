@@ -1,0 +1,93 @@
+#include "shell/text.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/unit/capture.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+TEST(TrimBlanks, CutsSpacesAndTabsAtBothEndsAndNothingElse) {
+    const std::vector<std::pair<std::string, std::string>> texts = {
+        {"", ""},
+        {" ", ""},
+        {" \t \t", ""},
+        {"a", "a"},
+        {" a", "a"},
+        {"a ", "a"},
+        {"   help   ", "help"},
+        {"\t \thelp\t \t", "help"},
+        {" get part  ext ", "get part  ext"},
+        {" a\tb ", "a\tb"},
+        {"\r\n a \r\n", "\r\n a \r\n"},
+        {" \va\f ", "\va\f"},
+        {" \n ", "\n"},
+        {"\xa0", "\xa0"},
+    };
+    for (const auto& [text, expected] : texts) {
+        std::string buffer = text;
+        EXPECT_STREQ(trim_blanks(buffer.data()), expected.c_str()) << '"' << text << '"';
+    }
+}
+
+TEST(TrimBlanks, ReturnsAPointerIntoTheStringAndLeavesTheBytesBeforeIt) {
+    std::string buffer = " \tab \t";
+    EXPECT_EQ(trim_blanks(buffer.data()), buffer.data() + 2);
+    EXPECT_EQ(buffer, " \tab\0\t"s);
+}
+
+TEST(TrimBlanks, OfBlanksOnlyReturnsTheEndAndWritesNothing) {
+    std::string buffer = " \t ";
+    EXPECT_EQ(trim_blanks(buffer.data()), buffer.data() + 3);
+    EXPECT_EQ(buffer, " \t ");
+}
+
+TEST(ErrorMessage, IsThePrefixAndTheMessageUnchanged) {
+    EXPECT_EQ(make_error_message("Nothing to save\n"), "ERROR: Nothing to save\n");
+    EXPECT_EQ(make_error_message(""), "ERROR: ");
+}
+
+TEST(Print, PutsEveryByteOnStandardOutputNulIncluded) {
+    const std::string text = "a\0b\n\xff"s;
+    EXPECT_EQ(captured_output([&] { print(text); }), text);
+    EXPECT_EQ(captured_output([&] { print_now(text); }), text);
+}
+
+TEST(Print, IsHeldUntilSomethingIsPrintedNow) {
+    EXPECT_EQ(captured_pieces([] {
+                  print("a\n");
+                  print("b\n");
+                  print_now("c\n");
+                  print_now("d\n");
+                  print("e");
+                  print("f");
+              }),
+              (std::vector<std::string>{"a\nb\nc\n", "d\n", "ef"}));
+}
+
+TEST(Wipe, OverwritesTheTextAndItsSpareCapacity) {
+    std::string secret = "a long secret that does not fit the string object itself";
+    const std::size_t length = secret.size();
+    const char* storage = secret.data();
+    secret.resize(10);
+    wipe(secret);
+    EXPECT_EQ(secret, "");
+    ASSERT_EQ(secret.data(), storage) << "the secret was copied to other storage";
+    ASSERT_GE(secret.capacity(), length);
+    EXPECT_TRUE(std::all_of(storage, storage + length, [](char c) { return c == '\0'; }));
+}
+
+TEST(Wipe, OverwritesAShortSecretToo) {
+    std::string secret = "pw";
+    wipe(secret);
+    EXPECT_EQ(secret, "");
+    EXPECT_EQ(secret.data()[1], '\0');
+}
+
+}  // namespace
