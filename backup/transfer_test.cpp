@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/unit/freed_memory.h"
 #include "tests/unit/outside.h"
 
 namespace {
@@ -230,6 +231,18 @@ TEST_F(TransferDialogueTest, StandsInTheBuildingOfTheCommandLine) {
     build_transfer_command(command_line, "", Direction::RESTORE);
     EXPECT_EQ(command_line, RESTORE_HEAD + "ftp://10.0.0.1/b.bin" + RESTORE_TAIL);
     EXPECT_EQ(outside.prompts[7], "tessel:> File path: ");
+}
+
+TEST_F(TransferDialogueTest, AnswersAreWipedWhenTheyAreDoneWith) {
+    constexpr const char* SECRET = "correct horse battery staple";
+    outside.lines = {SECRET, SECRET, SECRET, SECRET};
+    outside.passwords = {SECRET};
+    const FreedMemory freed(SECRET);
+    {
+        TransferParameters parameters;
+        ask_transfer_parameters(parameters, Direction::BACKUP);
+    }
+    EXPECT_EQ(freed.copies_of_secret(), 0);
 }
 
 }  // namespace

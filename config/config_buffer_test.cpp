@@ -1,9 +1,11 @@
 #include "config/config_buffer.h"
+#include "tests/unit/freed_memory.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <string>
 
 namespace {
@@ -27,6 +29,16 @@ TEST(UnreadableFile, NamesPathAndReason) {
     EXPECT_STREQ(error.what(), "/some/file: No such file or directory");
     const std::runtime_error& base = error;
     EXPECT_STREQ(base.what(), error.what());
+}
+
+TEST(SmartBuffer, IsWipedBeforeItsStorageIsReleased) {
+    constexpr const char* SECRET = "correct horse battery staple";
+    const FreedMemory freed(SECRET);
+    {
+        const SmartBuffer buffer;
+        std::strcpy(buffer.data + buffer.size - 50, SECRET);
+    }
+    EXPECT_EQ(freed.copies_of_secret(), 0);
 }
 
 }  // namespace

@@ -6,6 +6,8 @@
 #include <readline/readline.h>
 #include <unistd.h>
 
+#include "shell/text.h"
+#include "tests/unit/freed_memory.h"
 #include "tests/unit/outside.h"
 
 namespace {
@@ -45,6 +47,17 @@ TEST_F(LineEditorTest, PasswordIsWipedWhereItWasTyped) {
     ASSERT_STREQ(typed, "secret");
     EXPECT_EQ(read_password("Password: "), "secret");
     EXPECT_EQ(std::string(typed, 6), std::string(6, '\0'));
+}
+
+TEST_F(LineEditorTest, PasswordIsKeptInNoOtherPlaceThanTheResult) {
+    constexpr const char* SECRET = "correct horse battery staple";
+    outside.passwords = {SECRET};
+    const FreedMemory freed(SECRET);
+    std::optional<std::string> password = read_password("Password: ");
+    EXPECT_EQ(password, SECRET);
+    wipe(*password);
+    password.reset();
+    EXPECT_EQ(freed.copies_of_secret(), 0);
 }
 
 }  // namespace

@@ -7,10 +7,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include <readline/readline.h>
 
 #include "shell/state.h"
+#include "shell/text.h"
 
 Outside outside;
 
@@ -38,7 +40,7 @@ std::optional<std::string> take_answer(std::deque<std::optional<std::string>>& a
     if (answers.empty()) {
         return std::nullopt;
     }
-    std::optional<std::string> answer = answers.front();
+    std::optional<std::string> answer = std::move(answers.front());
     answers.pop_front();
     return answer;
 }
@@ -93,18 +95,24 @@ extern "C" int pclose(FILE* output) {
 }
 
 extern "C" char* readline(const char* prompt) {
-    const std::optional<std::string> answer = take_answer(outside.lines, prompt);
-    return answer ? strdup(answer->c_str()) : nullptr;
+    std::optional<std::string> answer = take_answer(outside.lines, prompt);
+    if (!answer) {
+        return nullptr;
+    }
+    char* line = strdup(answer->c_str());
+    wipe(*answer);  // a copy of the test's own, which nobody is to be blamed for
+    return line;
 }
 
 // The answer stands in a static buffer, as getpass has it.
 extern "C" char* getpass(const char* prompt) {
     static char buffer[256];
-    const std::optional<std::string> answer = take_answer(outside.passwords, prompt);
+    std::optional<std::string> answer = take_answer(outside.passwords, prompt);
     if (!answer) {
         return nullptr;
     }
     std::snprintf(buffer, sizeof buffer, "%s", answer->c_str());
+    wipe(*answer);
     return buffer;
 }
 

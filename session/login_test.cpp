@@ -1,0 +1,22 @@
+#include "session/login.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+
+#include "tests/unit/freed_memory.h"
+
+namespace {
+
+// Whatever the device's access database says: nobody has these names.
+TEST(Credentials, AreWipedWhenTheyAreDoneWith) {
+    constexpr const char* SECRET = "correct horse battery staple";
+    std::string user = SECRET;
+    std::string password = SECRET;
+    const FreedMemory freed(SECRET);
+    EXPECT_EQ(check_admin_credentials(std::move(user), std::move(password)), 0);
+    EXPECT_EQ(freed.copies_of_secret(), 0);
+}
+
+}  // namespace
