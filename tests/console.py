@@ -1,0 +1,284 @@
+"""A device of the tests' own, and an administrator's hands and eyes at its console.
+
+A Device is the root folder of a development gateway. Tests change its files, put stand-ins for its
+programs into its /bin and then open a Console, which is a pseudo-terminal that the shell runs on,
+or hand a whole session to the shell through a pipe. Everything seen and typed is bytes.
+"""
+
+import io
+import os
+import shutil
+import signal
+import subprocess
+from collections import namedtuple
+from pathlib import Path
+
+import pexpect
+
+SOURCE_DIR = Path(os.environ.get("TESSEL_SOURCE_DIR") or Path(__file__).resolve().parent.parent)
+PROGRAM_DIR = Path(os.environ.get("TESSEL_PROGRAM_DIR") or SOURCE_DIR / "build")
+MAKE_ROOT = SOURCE_DIR / "gateway" / "make_root"
+START = SOURCE_DIR / "gateway" / "start"
+
+SHELL = "/bin/tessel"
+USER = b"admin"
+PASSWORD = b"gateway"
+PROMPT = b"tessel:> "
+GREETING = b"Please, login as an Administrator\n\n"
+REFUSAL = b"Wrong username or password\n\n"
+
+SUMMARY_FILE = "/tmp/script_legconftmp.txt"
+SAVE_FILE = "/tmp/consoleLCFile"
+
+# Wide enough for the line editor to show every line that is typed here as it is, in one row.
+WINDOW = (24, 4000)
+# Seconds until a missing answer is a failure; only ever used up by a test that fails.
+PATIENCE = 20
+
+RunResult = namedtuple("RunResult", "status output errors")
+
+
+def _without_crlf(screen):
+    """Undoes what the terminal makes of every line feed."""
+    return screen.replace(b"\r\n", b"\n")
+
+
+def _as_found():
+    """Python programs ignore SIGPIPE; a login finds it with its default action."""
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+
+
+class Device:
+    """The root folder of a device, with its files, and the programs that it runs."""
+
+    def __init__(self, root):
+        self.root = Path(root)
+        self._consoles = []
+        self._runs = []
+        subprocess.run(["/bin/sh", MAKE_ROOT, self.root], check=True, timeout=PATIENCE)
+        self.path("/record").mkdir()
+
+    def path(self, name):
+        """Where the device's file of that name stands on the host."""
+        return self.root / name.lstrip("/")
+
+    def read(self, name):
+        return self.path(name).read_bytes()
+
+    def exists(self, name):
+        return os.path.lexists(self.path(name))
+
+    def write(self, name, content=b"", mode=0o644):
+        """Puts a file in place of whatever stands there."""
+        self.remove(name)
+        path = self.path(name)
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(content)
+        path.chmod(mode)
+
+    def remove(self, name):
+        path = self.path(name)
+        if path.is_dir() and not path.is_symlink():
+            shutil.rmtree(path)
+        elif self.exists(name):
+            path.unlink()
+
+    def stand_in(self, name, script):
+        """Puts a sh script in place of the program of that name in /bin."""
+        self.write(f"/bin/{name}", b"#!/usr/bin/sh\n" + script, mode=0o755)
+
+    # What the device was asked for. Each recorder keeps its notes in /record.
+
+    def record_requests(self, answer=b"", summary=None):
+        """Replaces the FastCGI client by one that notes its environment, writes the summary file if
+        a summary is given, and prints the answer."""
+        script = b"{ env | sort; echo; } >>/record/requests\n"
+        if summary is not None:
+            self.write("/record/summary", summary)
+            script += b"/usr/bin/cp /record/summary " + SUMMARY_FILE.encode() + b"\n"
+        self.write("/record/answer", answer)
+        self.stand_in("fcgiclient", script + b"/usr/bin/cat /record/answer\n")
+
+    def requests(self):
+        """The environments noted by record_requests, oldest first."""
+        if not self.exists("/record/requests"):
+            return []
+        notes = self.read("/record/requests").decode().split("\n\n")[:-1]
+        return [dict(line.split("=", 1) for line in note.split("\n")) for note in notes]
+
+    def record_command_lines(self):
+        """Puts a recorder before the command interpreter."""
+        self.stand_in(
+            "sh",
+            b'[ "$1" != -c ] || { for last; do :; done; printf "%s\\n" "$last"; } '
+            b">>/record/command_lines\n"
+            b'exec /usr/bin/sh "$@"\n',
+        )
+        self.write("/record/command_lines")
+
+    def command_lines(self):
+        """The lines that the command interpreter was given, oldest first."""
+        return self.read("/record/command_lines").splitlines()
+
+    def record_calls(self, name, then=b"exit 0"):
+        """Replaces a program by one that notes how it was called and then does what it is told."""
+        self.stand_in(
+            name,
+            b'{ printf "%s" "${0##*/}"; printf " [%s]" "$@"; echo; } >>/record/calls\n' + then + b"\n",
+        )
+
+    def calls(self):
+        """How the programs under record_calls were called, oldest first: name [word] [word] ..."""
+        return self.read("/record/calls").splitlines() if self.exists("/record/calls") else []
+
+    def served(self):
+        """The requests that reached the back end itself."""
+        log = "/var/lib/gateway/requests.log"
+        return self.read(log).decode().splitlines() if self.exists(log) else []
+
+    # Sessions
+
+    def _start(self, command):
+        return ["/bin/sh", str(START), str(self.root), str(PROGRAM_DIR), *(command or [SHELL])]
+
+    def console(self, *command):
+        """Opens a console; the shell, or the command given instead, has just been started."""
+        console = Console(self._start(command))
+        self._consoles.append(console)
+        return console
+
+    def log_in(self, *command):
+        """Opens a console at which the administrator has logged in."""
+        console = self.console(*command)
+        console.log_in()
+        return console
+
+    def run(self, session, *command):
+        """Feeds a session to the shell through a pipe, without a terminal."""
+        result = subprocess.run(
+            self._start(command), input=session, capture_output=True, timeout=PATIENCE
+        )
+        self._runs.append(result)
+        return RunResult(result.returncode, result.stdout, result.stderr)
+
+    def transcripts(self):
+        """What happened, as (title, text), for the report of a failure."""
+        for console in self._consoles:
+            yield "last exchange", _readable(console.last_exchange)
+            yield "whole console", _readable(console.screen)
+        for run in self._runs:
+            yield "output of a run", _readable(run.stdout)
+            yield "errors of a run", _readable(run.stderr)
+
+    def close(self):
+        for console in self._consoles:
+            console.close()
+        # Tests take rights away from folders. The last process of a console may still be at work.
+        subprocess.run(["chmod", "-R", "u+rwX", self.root], check=False, stderr=subprocess.DEVNULL)
+        for _ in range(10):
+            shutil.rmtree(self.root, ignore_errors=True)
+        assert not self.root.exists(), f"{self.root} cannot be removed"
+
+
+class Console:
+    """A session at a terminal without control sequences."""
+
+    def __init__(self, command):
+        self._shown = io.BytesIO()
+        self._exchange_start = 0
+        self._child = pexpect.spawn(
+            command[0],
+            command[1:],
+            env={**os.environ, "TERM": "dumb"},
+            dimensions=WINDOW,
+            timeout=PATIENCE,
+            maxread=65536,
+            preexec_fn=_as_found,
+        )
+        self._child.delaybeforesend = None
+        self._child.delayafterread = None
+        self._child.ptyproc.delayafterclose = 0
+        self._child.logfile_read = self._shown
+
+    @property
+    def screen(self):
+        """All that was seen so far."""
+        return _without_crlf(self._shown.getvalue())
+
+    @property
+    def last_exchange(self):
+        """What was seen since something was last typed."""
+        return _without_crlf(self._shown.getvalue()[self._exchange_start :])
+
+    def type(self, keys):
+        """Presses keys; b"\\r" is Enter."""
+        self._exchange_start = self._shown.tell()
+        self._child.send(keys)
+
+    def enter(self, line):
+        self.type(line + b"\r")
+
+    def read_until(self, text):
+        """Waits for the text. Returns what was seen before it and the text itself."""
+        try:
+            self._child.expect_exact(text)
+        except (pexpect.TIMEOUT, pexpect.EOF) as failure:
+            raise AssertionError(
+                f"{text!r} does not come ({type(failure).__name__}); the last exchange was\n"
+                + _readable(self.last_exchange)
+            ) from None
+        return _without_crlf(self._child.before) + text
+
+    def exchange(self, line, until, echo=None):
+        """Enters a line and waits for the text that ends the answer. Returns the answer, which is
+        everything behind the echo of the line, the final text included."""
+        self.enter(line)
+        seen = self.read_until(until)
+        expected = (line if echo is None else echo) + b"\n"
+        assert seen.startswith(expected), f"the echo of {line!r} is\n" + _readable(seen)
+        return seen[len(expected) :]
+
+    def command(self, line, echo=None):
+        """Enters a line at the prompt. Returns all that is printed before the next prompt."""
+        return self.exchange(line, PROMPT, echo)[: -len(PROMPT)]
+
+    def log_in(self, user=USER, password=PASSWORD):
+        """Logs in. Returns when the first prompt stands there."""
+        self.read_until(b"Username: ")
+        self.exchange(user, b"Password: ")
+        self.exchange(password, PROMPT, echo=b"")
+
+    def attempt(self, user, password):
+        """Answers the two questions, the first of which stands there, wrongly. Returns the answer
+        up to the next user-name question."""
+        self.exchange(user, b"Password: ")
+        return self.exchange(password, b"Username: ", echo=b"")
+
+    def end(self):
+        """Waits for the end of the session. Returns its exit status and what was still printed."""
+        try:
+            self._child.expect_exact(pexpect.EOF)
+        except pexpect.TIMEOUT:
+            raise AssertionError(
+                "the session does not end; the last exchange was\n" + _readable(self.last_exchange)
+            ) from None
+        self._child.wait()
+        return self._child.exitstatus, _without_crlf(self._child.before)
+
+    def leave(self, line=b"exit"):
+        """Enters a line that ends the session. Returns the exit status; nothing may be printed."""
+        self.enter(line)
+        status, rest = self.end()
+        assert rest == line + b"\n", "the session does not end silently:\n" + _readable(rest)
+        return status
+
+    def close(self):
+        if self._child.isalive():
+            # The sandbox dies with the script that started it.
+            self._child.kill(signal.SIGKILL)
+            self._child.wait()
+        self._child.close()
+
+
+def _readable(screen):
+    return screen.decode("ascii", "backslashreplace")
