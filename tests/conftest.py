@@ -23,6 +23,13 @@ def device():
         device.close()
 
 
+def pytest_make_parametrize_id(val):
+    """Keeps the names of tests short whose parameters are long."""
+    if isinstance(val, bytes) and len(val) > 40:
+        return f"{val[:20]!r}...{len(val)} bytes"
+    return None
+
+
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item, call):
     outcome = yield

@@ -30,6 +30,8 @@ REFUSAL = b"Wrong username or password\n\n"
 SUMMARY_FILE = "/tmp/script_legconftmp.txt"
 SAVE_FILE = "/tmp/consoleLCFile"
 
+# A terminal without control sequences.
+ENVIRONMENT = {**os.environ, "TERM": "dumb"}
 # Wide enough for the line editor to show every line that is typed here as it is, in one row.
 WINDOW = (24, 4000)
 # Seconds until a missing answer is a failure; only ever used up by a test that fails.
@@ -156,7 +158,11 @@ class Device:
     def run(self, session, *command):
         """Feeds a session to the shell through a pipe, without a terminal."""
         result = subprocess.run(
-            self._start(command), input=session, capture_output=True, timeout=PATIENCE
+            self._start(command),
+            input=session,
+            capture_output=True,
+            env=ENVIRONMENT,
+            timeout=PATIENCE,
         )
         self._runs.append(result)
         return RunResult(result.returncode, result.stdout, result.stderr)
@@ -189,7 +195,7 @@ class Console:
         self._child = pexpect.spawn(
             command[0],
             command[1:],
-            env={**os.environ, "TERM": "dumb"},
+            env=ENVIRONMENT,
             dimensions=WINDOW,
             timeout=PATIENCE,
             maxread=65536,
