@@ -78,6 +78,11 @@ class Device:
         path.write_bytes(content)
         path.chmod(mode)
 
+    def make_folder(self, name):
+        """Puts an empty folder in place of whatever stands there."""
+        self.remove(name)
+        self.path(name).mkdir()
+
     def remove(self, name):
         path = self.path(name)
         if path.is_dir() and not path.is_symlink():
@@ -140,12 +145,13 @@ class Device:
 
     # Sessions
 
-    def _start(self, command):
+    def start_command(self, command=()):
+        """The command line that starts the shell, or the command given instead, on the device."""
         return ["/bin/sh", str(START), str(self.root), str(PROGRAM_DIR), *(command or [SHELL])]
 
     def console(self, *command):
         """Opens a console; the shell, or the command given instead, has just been started."""
-        console = Console(self._start(command))
+        console = Console(self.start_command(command))
         self._consoles.append(console)
         return console
 
@@ -158,7 +164,7 @@ class Device:
     def run(self, session, *command):
         """Feeds a session to the shell through a pipe, without a terminal."""
         result = subprocess.run(
-            self._start(command),
+            self.start_command(command),
             input=session,
             capture_output=True,
             env=ENVIRONMENT,

@@ -138,7 +138,7 @@ def test_save_file_is_there_when_the_save_program_runs(device):
 
 
 def test_save_file_that_cannot_be_made_stops_nothing(device):
-    device.write(SAVE_FILE + "/in/the/way")
+    device.make_folder(SAVE_FILE)
     device.record_requests(answer=b"saved\n")
     console = device.log_in()
     console.command(b"a=1")
