@@ -233,7 +233,7 @@ class Console:
     def read_until(self, text):
         """Waits for the text. Returns what was seen before it and the text itself."""
         try:
-            self._child.expect_exact(text)
+            self._child.expect_exact(text.replace(b"\n", b"\r\n"))
         except (pexpect.TIMEOUT, pexpect.EOF) as failure:
             raise AssertionError(
                 f"{text!r} does not come ({type(failure).__name__}); the last exchange was\n"
