@@ -207,10 +207,60 @@ def test_restore_programs_receive_their_words_and_the_archive(device, console):
     transfer(console, b"restore", port=b"21", path=b"/b", user=b"u", password=b"p")
     assert sorted(device.calls()) == [
         b"backupconfig [-r] [-s] [stdin] [-l] [/tmp/restorelog.txt]",
-        b"reboot []",
+        b"reboot",
         b"wget [-nv] [-t] [3] [--passive-ftp] [ftp://u:p@10.0.0.1:21/b] [-O] [-]",
     ]
     assert device.read("/record/restored") == bytes(range(256))
+
+
+FULL_ANSWERS = {
+    "server": b"10.0.0.1",
+    "port": b"21",
+    "path": b"/p",
+    "user": b"u",
+    "password": b"w",
+}
+QUESTIONS = list(FULL_ANSWERS)
+# Special to the command interpreter outside of quotes, and inside of double ones too.
+HARMLESS = b"a b;c&d'e|f>g<h(i)*?[j]!k{l,m}~n"
+ACTIVE = [b"$(echo>/ran)", b"`echo>/ran`", b'"$(echo>/ran)"', b"'$(echo>/ran)'", b"';echo>/ran;'"]
+
+
+def address(answers):
+    slash = b"" if answers["path"].startswith((b"/", b".")) else b"/"
+    login = answers["user"] + b":" + answers["password"] + b"@"
+    server = answers["server"] + b":" + answers["port"]
+    return b"ftp://" + login + server + slash + answers["path"]
+
+
+@pytest.mark.parametrize("text", [HARMLESS, b"\\ $HOME " + b" ".join(ACTIVE)])
+@pytest.mark.parametrize("question", QUESTIONS)
+def test_wget_receives_every_answer_as_it_was_typed(device, console, question, text):
+    answers = {**FULL_ANSWERS, question: text}
+    assert transfer(console, b"restore", **answers) == RESTORE_FINISHED
+    assert sorted(device.calls())[2] == (
+        b"wget [-nv] [-t] [3] [--passive-ftp] [" + address(answers) + b"] [-O] [-]"
+    )
+    assert not device.exists("/ran")
+
+
+@pytest.mark.parametrize("question", QUESTIONS)
+def test_wput_receives_every_harmless_answer_as_it_was_typed(device, console, question):
+    answers = {**FULL_ANSWERS, question: HARMLESS}
+    assert transfer(console, b"backup", **answers) == BACKUP_FINISHED
+    (call,) = device.calls()
+    assert without_name(call) == (
+        b"wput [-B] [-t] [3] [-I] [backupconfig -b -d stdout] ["
+        + address(answers)
+        + b"/NAME]"
+    )
+
+
+@pytest.mark.parametrize("text", ACTIVE)
+def test_no_answer_to_a_backup_runs_a_command(device, console, text):
+    transfer(console, b"backup", **dict.fromkeys(QUESTIONS, text))
+    assert len(device.calls()) == 1
+    assert not device.exists("/ran")
 
 
 def elsewhere(device, name):
@@ -231,7 +281,7 @@ def test_reboot_is_found_on_the_search_path(device):
     device.stand_in("backupconfig", b"")
     console = device.log_in("/bin/env", elsewhere(device, "reboot"), SHELL)
     assert transfer(console, b"restore") == RESTORE_FINISHED + b"FINISHED\n"
-    assert device.calls() == [b"reboot []"]
+    assert device.calls() == [b"reboot"]
 
 
 @pytest.mark.parametrize("name", ["wget", "backupconfig"])
@@ -360,7 +410,7 @@ def test_restore_that_succeeds_reboots_and_does_not_show_the_log(device, console
     then = b"exit 0" if log is None else printf(log) + b" >" + RESTORE_LOG.encode()
     device.record_calls("backupconfig", then)
     assert transfer(console, b"restore") == RESTORE_FINISHED
-    assert device.calls().count(b"reboot []") == 1
+    assert device.calls().count(b"reboot") == 1
     assert not device.exists(RESTORE_LOG)
 
 

@@ -131,7 +131,8 @@ class Device:
         """Replaces a program by one that notes how it was called and then does what it is told."""
         self.stand_in(
             name,
-            b'{ printf "%s" "${0##*/}"; printf " [%s]" "$@"; echo; } >>/record/calls\n' + then + b"\n",
+            b'call=${0##*/}; for word; do call="$call [$word]"; done\n'
+            b'printf "%s\\n" "$call" >>/record/calls\n' + then + b"\n",
         )
 
     def calls(self):

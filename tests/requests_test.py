@@ -189,7 +189,7 @@ def test_client_is_called_by_its_path_without_arguments(device):
     console.command(b"save")
     console.leave()
     assert device.command_lines() == 3 * [b"/bin/fcgiclient"]
-    assert device.calls() == 3 * [b"fcgiclient []"]
+    assert device.calls() == 3 * [b"fcgiclient"]
 
 
 def test_client_on_another_place_of_the_search_path_is_not_used(device):
