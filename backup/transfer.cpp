@@ -178,9 +178,8 @@ void ask_transfer_parameters(TransferParameters& parameters, Direction direction
                                                                   : "tessel:> Server path: ")
                           .value_or("");
     parameters.username = read_answer("tessel:> Username: ").value_or("");
-    if (const auto password = read_password("tessel:> Password: ")) {
-        parameters.password = password->view();
-    }
+    const std::optional<Secret> password = read_password("tessel:> Password: ");
+    parameters.password = password ? password->view() : "";
 }
 
 std::string transfer_command(const TransferParameters& parameters, const std::string& file_name,

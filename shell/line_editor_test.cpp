@@ -6,7 +6,6 @@
 #include <readline/readline.h>
 #include <unistd.h>
 
-#include "shell/text.h"
 #include "tests/unit/freed_memory.h"
 #include "tests/unit/outside.h"
 
@@ -36,16 +35,16 @@ TEST_F(LineEditorTest, AnswerIsExactlyWhatWasTypedAndTheEndOfInputIsNone) {
 
 TEST_F(LineEditorTest, PasswordIsExactlyWhatWasTypedAndNoneWhenItCannotBeRead) {
     outside.passwords = {" pw ", "", std::nullopt};
-    EXPECT_EQ(read_password("Password: "), " pw ");
-    EXPECT_EQ(read_password("Password: "), "");
-    EXPECT_EQ(read_password("Password: "), std::nullopt);
+    EXPECT_EQ(read_password("Password: ")->view(), " pw ");
+    EXPECT_EQ(read_password("Password: ")->view(), "");
+    EXPECT_FALSE(read_password("Password: ").has_value());
 }
 
 TEST_F(LineEditorTest, PasswordIsWipedWhereItWasTyped) {
     outside.passwords = {"secret", "secret"};
     const char* typed = getpass("");
     ASSERT_STREQ(typed, "secret");
-    EXPECT_EQ(read_password("Password: "), "secret");
+    EXPECT_EQ(read_password("Password: ")->view(), "secret");
     EXPECT_EQ(std::string(typed, 6), std::string(6, '\0'));
 }
 
@@ -53,9 +52,8 @@ TEST_F(LineEditorTest, PasswordIsKeptInNoOtherPlaceThanTheResult) {
     constexpr const char* SECRET = "correct horse battery staple";
     outside.passwords = {SECRET};
     const FreedMemory freed(SECRET);
-    std::optional<std::string> password = read_password("Password: ");
-    EXPECT_EQ(password, SECRET);
-    wipe(*password);
+    std::optional<Secret> password = read_password("Password: ");
+    EXPECT_EQ(password->view(), SECRET);
     password.reset();
     EXPECT_EQ(freed.copies_of_secret(), 0);
 }

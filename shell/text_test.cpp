@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -69,25 +68,6 @@ TEST(Print, IsHeldUntilSomethingIsPrintedNow) {
                   print("f");
               }),
               (std::vector<std::string>{"a\nb\nc\n", "d\n", "ef"}));
-}
-
-TEST(Wipe, OverwritesTheTextAndItsSpareCapacity) {
-    std::string secret = "a long secret that does not fit the string object itself";
-    const std::size_t length = secret.size();
-    const char* storage = secret.data();
-    secret.resize(10);
-    wipe(secret);
-    EXPECT_EQ(secret, "");
-    ASSERT_EQ(secret.data(), storage) << "the secret was copied to other storage";
-    ASSERT_GE(secret.capacity(), length);
-    EXPECT_TRUE(std::all_of(storage, storage + length, [](char c) { return c == '\0'; }));
-}
-
-TEST(Wipe, OverwritesAShortSecretToo) {
-    std::string secret = "pw";
-    wipe(secret);
-    EXPECT_EQ(secret, "");
-    EXPECT_EQ(secret.data()[1], '\0');
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "shell/text.h"
+#include "shell/secret.h"
 
 namespace {
 

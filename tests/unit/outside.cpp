@@ -11,6 +11,7 @@
 
 #include <readline/readline.h>
 
+#include "shell/secret.h"
 #include "shell/state.h"
 #include "shell/text.h"
 
