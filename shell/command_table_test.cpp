@@ -1,8 +1,14 @@
 #include "shell/command_table.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "backup/backup.h"
+#include "catalogue/list.h"
+#include "cgi/get.h"
+#include "logs/logs.h"
+#include "save/save.h"
 #include "shell/state.h"
 #include "tests/unit/capture.h"
 #include "tests/unit/outside.h"
@@ -59,12 +65,19 @@ TEST_F(CommandTableTest, HelpLeavesTheQueueAndTheSessionAsTheyAre) {
 }
 
 TEST_F(CommandTableTest, RowsStandInTheirFixedOrderAndEndWithARowOfNulls) {
-    const std::vector<std::string> names = {"list",   "get",     "save",   "exit", "help",
-                                            "backup", "restore", "log_ls", "show"};
+    const std::vector<std::pair<std::string, CommandHandler>> rows = {
+        {"list", handle_list},     {"get", handle_get},       {"save", handle_save},
+        {"exit", nullptr},  // private to the table, and so is help
+        {"help", nullptr},         {"backup", handle_backup}, {"restore", handle_restore},
+        {"log_ls", handle_log_ls}, {"show", handle_show},
+    };
     const CommandEntry* row = commands;
-    for (const std::string& name : names) {
+    for (const auto& [name, handler] : rows) {
         ASSERT_EQ(row->name, name);
         ASSERT_NE(row->handler, nullptr);
+        if (handler != nullptr) {
+            EXPECT_EQ(row->handler, handler) << name;
+        }
         ++row;
     }
     EXPECT_EQ(row->name, nullptr);

@@ -6,6 +6,7 @@
 #include <readline/readline.h>
 #include <unistd.h>
 
+#include "tests/unit/capture.h"
 #include "tests/unit/freed_memory.h"
 #include "tests/unit/outside.h"
 
@@ -56,6 +57,14 @@ TEST_F(LineEditorTest, PasswordIsKeptInNoOtherPlaceThanTheResult) {
     EXPECT_EQ(password->view(), SECRET);
     password.reset();
     EXPECT_EQ(freed.copies_of_secret(), 0);
+}
+
+TEST_F(LineEditorTest, WhatWasPrintedBeforeIsFlushedBeforeAPasswordIsAskedFor) {
+    captured_output([] {
+        print("Please\n");
+        read_password("Password: ");
+    });
+    EXPECT_EQ(outside.printed_before, "Please\n");
 }
 
 }  // namespace

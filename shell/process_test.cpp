@@ -24,7 +24,7 @@ TEST_F(ProcessTest, WhatWasPrintedBeforeIsFlushedBeforeTheCommandStarts) {
         print("Starting...\n");
         run_command("reboot");
     });
-    EXPECT_EQ(outside.printed_before_command, "Starting...\n");
+    EXPECT_EQ(outside.printed_before, "Starting...\n");
 }
 
 }  // namespace

@@ -69,6 +69,36 @@ TEST_F(SignalsTest, NothingIsAskedOnceTheSessionIsToEnd) {
     });
 }
 
+TEST_F(SignalsTest, AnswerThatIsBeingTypedWhenTheSessionIsToEndIsNone) {
+    for (const auto& asks :
+         {+[] { return read_line("") != nullptr; }, +[] { return read_answer("").has_value(); },
+          +[] { return read_password("").has_value(); }}) {
+        outside.lines = {"half a line"};
+        outside.passwords = {"half a password"};
+        outside.while_typing = [] { raise(SIGTERM); };
+        EXPECT_EXIT(
+            {
+                install_signal_handlers();
+                std::_Exit(asks() ? 1 : 0);
+            },
+            testing::ExitedWithCode(0), "");
+    }
+}
+
+TEST_F(SignalsTest, RequestToEndInterruptsTheTypingOfAPassword) {
+    expect_in_child([] {
+        install_signal_handlers();
+        static bool restarts = true;
+        outside.while_typing = [] {
+            struct sigaction action = {};
+            sigaction(SIGTERM, nullptr, &action);
+            restarts = (action.sa_flags & SA_RESTART) != 0;
+        };
+        read_password("");
+        return !restarts;
+    });
+}
+
 // Also when the request came before the read began to wait: it repeats itself.
 TEST_F(SignalsTest, RequestToEndInterruptsAReadThatIsMeantToBeInterrupted) {
     expect_in_child([] {

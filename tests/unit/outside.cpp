@@ -38,6 +38,9 @@ std::string written_so_far() {
 std::optional<std::string> take_answer(std::deque<std::optional<std::string>>& answers,
                                        const char* prompt) {
     outside.prompts.emplace_back(prompt);
+    if (outside.while_typing) {
+        outside.while_typing();
+    }
     if (answers.empty()) {
         return std::nullopt;
     }
@@ -69,7 +72,7 @@ OutsideTest::~OutsideTest() {
 
 extern "C" int system(const char* command) {
     outside.command_lines.emplace_back(command);
-    outside.printed_before_command = written_so_far();
+    outside.printed_before = written_so_far();
     return outside.command_status;
 }
 
@@ -108,6 +111,7 @@ extern "C" char* readline(const char* prompt) {
 // The answer stands in a static buffer, as getpass has it.
 extern "C" char* getpass(const char* prompt) {
     static char buffer[256];
+    outside.printed_before = written_so_far();
     std::optional<std::string> answer = take_answer(outside.passwords, prompt);
     if (!answer) {
         return nullptr;

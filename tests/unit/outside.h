@@ -9,6 +9,7 @@
 
 #include <ctime>
 #include <deque>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -22,9 +23,11 @@ struct StartedClient {
 };
 
 struct Outside {
+    /// What stood on standard output when a command or a question for a password came last.
+    std::string printed_before;
+
     // The command interpreter.
     std::vector<std::string> command_lines;
-    std::string printed_before_command;  ///< what the last command found on standard output
     int command_status = 0;
 
     // The back end's client.
@@ -37,6 +40,7 @@ struct Outside {
     std::deque<std::optional<std::string>> lines;      ///< for readline
     std::deque<std::optional<std::string>> passwords;  ///< for getpass
     std::vector<std::string> prompts;                  ///< of both, in the order of asking
+    std::function<void()> while_typing;                ///< happens before each answer is there
 
     // The clock: the real time unless a time is set.
     bool clock_works = true;
