@@ -78,10 +78,14 @@ TEST_F(MultiSectionConfigFileTest, OfEqualKeysTheFirstWinsAndKeysAreMatchedExact
 }
 
 TEST_F(MultiSectionConfigFileTest, NoSectionIsCurrentBehindTheLastOne) {
-    headers();
-    EXPECT_EQ(menu_.GotoNextSection(), 0);
-    EXPECT_EQ(menu_.GetHeaderEntry(), "");
-    EXPECT_EQ(menu_.GetSectionEntry("ACL"), "ENTRY_NOT_FOUND");
+    MultiSectionConfigFile file(folder_.write("file", "section a {\nk=v\n}\n").c_str(), false,
+                                false, false);
+    ASSERT_EQ(file.GotoNextSection(), 1);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(file.GotoNextSection(), 0);
+        EXPECT_EQ(file.GetHeaderEntry(), "");
+        EXPECT_EQ(file.GetSectionEntry("k"), "ENTRY_NOT_FOUND");
+    }
 }
 
 TEST_F(MultiSectionConfigFileTest, KeywordIsSectionUntilChanged) {
