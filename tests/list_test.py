@@ -153,6 +153,10 @@ def test_name_that_only_begins_like_a_wizard_is_offered(device):
     )
 
 
+def test_item_with_the_empty_name_keeps_its_caption(device):
+    assert listed(device, item(b"/cgi-bin/", caption=b'"All"')) == listing([b" (All)"])
+
+
 def test_first_item_of_a_name_keeps_its_caption(device):
     assert listed(
         device,
