@@ -6,6 +6,7 @@
 #include <readline/readline.h>
 #include <unistd.h>
 
+#include "shell/text.h"
 #include "tests/unit/capture.h"
 #include "tests/unit/freed_memory.h"
 #include "tests/unit/outside.h"
