@@ -25,7 +25,7 @@ def questions(command):
 
 
 def transfer(console, command, **answers):
-    """Enters the command and answers its questions. Returns what is printed after the last answer."""
+    """Enters the command and answers its questions. Returns what follows the last answer."""
     answers = {**ANSWERS, **answers}
     shown = console.exchange(command, questions(command)[0])
     kind = command.split()[0]
@@ -46,7 +46,9 @@ def console(device):
     device.record_command_lines()
     device.record_calls("wput", b"echo FINISHED")
     device.record_calls("wget", b"echo archive")
-    device.record_calls("backupconfig", b"cat >/record/restored; echo restored >" + RESTORE_LOG.encode())
+    device.record_calls(
+        "backupconfig", b"cat >/record/restored; echo restored >" + RESTORE_LOG.encode()
+    )
     device.record_calls("reboot")
     return device.log_in()
 
@@ -291,7 +293,8 @@ def test_programs_of_restore_are_called_by_their_path(device, console, name):
     device.remove("/record/calls")
     console = device.log_in("/bin/env", path, SHELL)
     assert transfer(console, b"restore") == RESTORE_FINISHED
-    assert sorted(call.split()[0] for call in device.calls()) == [b"backupconfig", b"reboot", b"wget"]
+    called = sorted(call.split()[0] for call in device.calls())
+    assert called == [b"backupconfig", b"reboot", b"wget"]
     assert device.read("/record/restored") == b"archive\n"
 
 

@@ -2,7 +2,7 @@
 
 import pytest
 
-from console import GREETING, PROMPT, SAVE_FILE, SHELL
+from console import GREETING, PROMPT, SAVE_FILE
 
 UP = b"\x10"  # Ctrl-P recalls the line before
 NEXT_LITERAL = b"\x16"  # Ctrl-V takes the next key as it is
@@ -175,13 +175,9 @@ def test_nothing_typed_after_exit_is_read(device):
     assert result.output == GREETING + b"Username: admin\n\n" + PROMPT + b"exit\n"
 
 
-def test_third_command_after_a_refused_one_still_runs(console):
+def test_refused_commands_end_nothing_and_the_exit_status_stays_0(console):
     assert console.command(b"get nothing") == b"ERROR: There is no such configuration part\n"
     assert console.command(b"show nothing") == b"ERROR: There is no such log file\n"
+    assert console.command(b"save") == b"ERROR: Nothing to save\n"
     assert console.command(b"help help") == HELP_FOR_HELP
-
-
-def test_session_works_with_other_arguments_and_status_stays_0(device):
-    console = device.log_in(SHELL, "-i")
-    console.command(b"get nothing")
     assert console.leave() == 0

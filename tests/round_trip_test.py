@@ -123,7 +123,7 @@ def test_extension_that_appears_can_be_configured_at_once(device):
     device.write(database, device.read(database) + b"section paging {\nnew = 299\n}\n")
     # The first section of a kind is the one that counts.
     assert console.command(b"get ext_dnd 299") == b"ERROR: There is no such an extension\n"
-    device.write(database, device.read(database).replace(b"{\n    sip1", b"{\n    new=299\n    sip1"))
+    device.write(database, device.read(database).replace(b"sip1 =", b"new = 299\n    sip1 ="))
     assert console.command(b"get ext_dnd 299").startswith(
         b"\nDo not disturb for extension 299\n\next_dnd.299.enabled=off\n"
     )

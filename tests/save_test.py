@@ -218,7 +218,9 @@ def test_long_line_of_an_answer_is_shown_whole(device, length):
     assert shown(device, line + b"\nnext\n") == line + b"\nnext\n"
 
 
-@pytest.mark.parametrize("marker, words", [(b"#ERROR", b"Error in "), (b"\\n", b"\n"), (b"#END", b"")])
+@pytest.mark.parametrize(
+    "marker, words", [(b"#ERROR", b"Error in "), (b"\\n", b"\n"), (b"#END", b"")]
+)
 @pytest.mark.parametrize("position", range(249, 256))
 def test_marker_across_the_pieces_of_a_long_line_is_rewritten(device, marker, words, position):
     before = b"x" * position
