@@ -3,10 +3,11 @@
 #include <unistd.h>
 
 #include <array>
-#include <fstream>
+#include <cstdio>
 #include <string>
 
 #include "backup/transfer.h"
+#include "shell/file.h"
 #include "shell/process.h"
 #include "shell/secret.h"
 #include "shell/signals.h"
@@ -17,21 +18,32 @@ namespace {
 constexpr const char* BACKUP_LOG_PATH = "/tmp/auto-backup.log";
 constexpr const char* RESTORE_LOG_PATH = "/tmp/restorelog.txt";
 constexpr const char* BACKUP_SUCCESS_WORD = "FINISHED";
-constexpr std::size_t NAME_BUFFER_SIZE = 64;    // bytes
-constexpr std::size_t LINE_BUFFER_SIZE = 1024;  // bytes; a longer line ends the reading
+constexpr std::size_t NAME_BUFFER_SIZE = 64;  // bytes
+constexpr std::size_t MAX_LOG_LINE = 1023;    // bytes; a longer line ends the reading
+
+// Reads a line without its line feed. False at the end and for a line that is too long.
+bool read_log_line(std::FILE* log, std::string& line) {
+    line.clear();
+    int c = std::getc(log);
+    const bool at_end = c == EOF;
+    while (c != EOF && c != '\n' && line.size() <= MAX_LOG_LINE) {
+        line += static_cast<char>(c);
+        c = std::getc(log);
+    }
+    return !at_end && line.size() <= MAX_LOG_LINE;
+}
 
 // The lines of a log, each with a line feed. The log is deleted: the next transfer writes it anew.
 std::string take_log(const char* path) {
-    std::ifstream log(path);
-    if (!log.good()) {
+    const File log(std::fopen(path, "r"));
+    if (!log) {
         return "";
     }
     std::string text;
-    std::array<char, LINE_BUFFER_SIZE> line{};
-    while (log.getline(line.data(), line.size())) {
-        text.append(line.data()).append("\n");
+    std::string line;
+    while (read_log_line(log.get(), line)) {
+        text.append(line, 0, line.find('\0')).append("\n");
     }
-    log.close();
     unlink(path);
     return text;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <utility>
 
 #include "config/config_buffer.h"
 #include "config/multi_section_config_file.h"
@@ -26,14 +27,14 @@ bool is_offered(const std::string& name) {
 
 // What stands between the first and the last double quote. A lone quote opens a text that reaches
 // to the end; a title without quotes is no caption.
-std::string unquoted_caption(const std::string& title) {
+std::string_view unquoted_caption(std::string_view title) {
     const std::size_t first = title.find('"');
-    if (first == std::string::npos) {
-        return "";
+    if (first == std::string_view::npos) {
+        return {};
     }
     const std::size_t last = title.rfind('"');
-    const std::size_t length = first == last ? std::string::npos : last - first - 1;
-    const std::string caption = title.substr(first + 1, length);
+    const std::size_t length = first == last ? std::string_view::npos : last - first - 1;
+    const std::string_view caption = title.substr(first + 1, length);
     return caption.substr(0, caption.find('\0'));
 }
 
@@ -42,13 +43,15 @@ void add_menu_item(const MultiSectionConfigFile& menu) {
     if (acl == ConfigBuffer::ENTRY_NOT_FOUND || !contains(acl, "auto")) {
         return;
     }
-    const std::string name = menu_item_name(menu.GetHeaderEntry());
+    std::string name = menu_item_name(menu.GetHeaderEntry());
     if (!is_offered(name)) {
         return;
     }
-    const std::string caption = unquoted_caption(menu.GetSectionEntry("CAP"));
+    const std::string title = menu.GetSectionEntry("CAP");
+    const std::string_view caption = unquoted_caption(title);
     Catalogue& catalogue = contains(acl, "extension") ? _gExtensionConfParts : _gAdminConParts;
-    catalogue.emplace(name, caption.empty() ? name : caption);
+    std::string shown(caption.empty() ? name : caption);
+    catalogue.try_emplace(std::move(name), std::move(shown));
 }
 
 }  // namespace
@@ -63,7 +66,7 @@ void load_menu_tree() {
 }
 
 std::string menu_item_name(const std::string& header) {
-    const std::string path = header.substr(0, header.find(".cgi"));
+    const std::string_view path = std::string_view(header).substr(0, header.find(".cgi"));
     const std::size_t slash = path.rfind('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
+    return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
 }

@@ -44,7 +44,7 @@ class CgiRequest {
 
 }  // namespace
 
-int run_cgi_program(const std::string& cgi_name, const char* query, const CgiConsumer& consumer) {
+int run_cgi_program(const std::string& cgi_name, const char* query, CgiConsumer consumer) {
     const CgiRequest request(cgi_name, query);
     {
         const std::unique_ptr<std::FILE, PipeCloser> client(popen(CLIENT_COMMAND, "r"));

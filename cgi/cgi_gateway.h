@@ -4,11 +4,10 @@
 // from the environment and writes the program's answer to its standard output.
 
 #include <cstdio>
-#include <functional>
 #include <string>
 
 /// What is done with the client's output once the client has been started.
-using CgiConsumer = std::function<void(std::FILE*)>;
+using CgiConsumer = void (*)(std::FILE* output);
 
 /// The query of a request that has none.
 constexpr const char* NO_QUERY = nullptr;
@@ -18,7 +17,7 @@ constexpr const char* NO_QUERY = nullptr;
 /// Afterwards every variable that was set is absent from the environment. A client that cannot be
 /// started is not reported: the consumer is then not called. Returns the result of removing the
 /// last variable.
-int run_cgi_program(const std::string& cgi_name, const char* query, const CgiConsumer& consumer);
+int run_cgi_program(const std::string& cgi_name, const char* query, CgiConsumer consumer);
 
 /// Consumer that reads nothing.
 void close_at_once(std::FILE* output);

@@ -73,8 +73,9 @@ TEST_F(CgiGatewayTest, RequestWithoutAQueryLeavesAnInheritedOneAsItIs) {
 }
 
 TEST_F(CgiGatewayTest, RequestStandsInTheEnvironmentAndTheClientRunsUntilTheConsumerIsDone) {
-    bool consumed = false;
-    run_cgi_program("a.cgi", "q", [&](std::FILE*) {
+    static bool consumed;
+    consumed = false;
+    run_cgi_program("a.cgi", "q", [](std::FILE*) {
         consumed = true;
         EXPECT_STREQ(std::getenv("PATH_INFO"), "a.cgi");
         EXPECT_STREQ(std::getenv("QUERY_STRING"), "q");

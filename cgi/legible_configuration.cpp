@@ -2,10 +2,10 @@
 
 #include <array>
 #include <cstdio>
-#include <fstream>
 #include <string_view>
 
 #include "cgi/cgi_gateway.h"
+#include "shell/file.h"
 #include "shell/state.h"
 #include "shell/text.h"
 
@@ -15,7 +15,7 @@ constexpr const char* SUMMARY_PROGRAM = "getconfsummary.cgi";
 constexpr const char* SUMMARY_ACTION = "Start generating a legible configuration file";
 constexpr const char* SUMMARY_PATH = "/tmp/script_legconftmp.txt";
 constexpr std::string_view VERSION_WORD = "VERSION";
-constexpr std::size_t BUFFER_SIZE = 256;  // bytes; the last one stays NUL
+constexpr std::size_t PIECE_SIZE = 255;  // bytes; no more of a configuration is held
 
 std::string summary_query(const std::string& name, const std::string& extension) {
     const std::string query = std::string("cgiaction=") + SUMMARY_ACTION;
@@ -36,11 +36,15 @@ std::string_view behind_version_line(std::string_view piece, std::size_t version
 }  // namespace
 
 void print_without_version(const char* path) {
-    std::ifstream summary(path, std::ios::binary);
+    const File summary(std::fopen(path, "r"));
+    if (!summary) {
+        return;
+    }
     bool version_passed = false;
-    while (summary.good()) {
-        std::array<char, BUFFER_SIZE> buffer{};
-        summary.read(buffer.data(), BUFFER_SIZE - 1);
+    std::size_t length = PIECE_SIZE;
+    while (length == PIECE_SIZE) {  // a shorter read has met the end, or an error
+        std::array<char, PIECE_SIZE + 1> buffer{};
+        length = std::fread(buffer.data(), 1, PIECE_SIZE, summary.get());
         std::string_view piece = buffer.data();  // up to the first NUL
         if (!version_passed) {
             const std::size_t version = piece.find(VERSION_WORD);

@@ -20,6 +20,6 @@ class ConfigFile {
     [[nodiscard]] std::string GetEntry(const char* key) const;
 
   private:
-    std::string text_;
+    config_text::FileText text_;
     config_text::EntrySyntax syntax_;
 };

@@ -13,7 +13,7 @@ namespace config_text {
 
 namespace {
 
-constexpr std::size_t READ_SIZE = 65536;  // bytes asked for at once
+constexpr std::size_t SPARE_SIZE = 512;  // bytes
 
 class FileDescriptor {
   public:
@@ -35,18 +35,25 @@ bool is_blank(char c) {
     return c == ' ' || c == '\t' || c == '\r';
 }
 
-std::string_view trim(std::string_view text) {
+std::string_view trim_start(std::string_view text) {
     while (!text.empty() && is_blank(text.front())) {
         text.remove_prefix(1);
     }
+    return text;
+}
+
+std::string_view trim(std::string_view text) {
+    text = trim_start(text);
     while (!text.empty() && is_blank(text.back())) {
         text.remove_suffix(1);
     }
     return text;
 }
 
+// Most lines differ from what is looked for in their first character, so that one goes first.
 bool starts_with(std::string_view text, std::string_view start) {
-    return text.substr(0, start.size()) == start;
+    return start.empty() || (!text.empty() && text.front() == start.front() &&
+                             text.substr(0, start.size()) == start);
 }
 
 bool ends_with(std::string_view text, std::string_view end) {
@@ -60,31 +67,38 @@ std::string without_line_feed(std::string mark) {
     return mark;
 }
 
+void grow(FileText& text, std::size_t capacity) {
+    std::unique_ptr<char[]> bytes(new char[capacity]);  // not cleared: it is about to be read into
+    std::copy_n(text.bytes.get(), text.size, bytes.get());
+    text.bytes = std::move(bytes);
+}
+
 // Reads to the end rather than to the size the file claims: it may be growing, or have no size.
-int read_all(int file, std::string& text) {
-    std::size_t length = 0;
+int read_all(int file, std::size_t capacity, FileText& text) {
     for (;;) {
-        text.resize(std::max(text.size(), length + READ_SIZE));
-        const ssize_t count = read(file, &text[length], text.size() - length);
-        if (count > 0) {
-            length += static_cast<std::size_t>(count);
-        } else if (count == 0) {
-            text.resize(length);
-            return 0;
-        } else if (errno != EINTR) {
-            const int error = errno;
-            text.clear();
-            return error;
+        grow(text, capacity);
+        while (text.size < capacity) {
+            const ssize_t count = read(file, &text.bytes[text.size], capacity - text.size);
+            if (count == 0) {
+                return 0;
+            }
+            if (count > 0) {
+                text.size += static_cast<std::size_t>(count);
+            } else if (errno != EINTR) {
+                return errno;
+            }
         }
+        capacity *= 2;
     }
 }
 
 // The header, when the line begins with the keyword as a whole word.
-bool take_keyword(std::string_view line, const SectionSyntax& sections, std::string_view& header) {
+bool take_keyword(std::string_view line, const SectionSyntax& sections, char comment,
+                  std::string_view& header) {
     if (!starts_with(line, sections.keyword)) {
         return false;
     }
-    header = line.substr(sections.keyword.size());
+    header = strip(line, comment).substr(sections.keyword.size());
     return header.empty() || is_blank(header.front()) || starts_with(header, sections.opening);
 }
 
@@ -104,10 +118,11 @@ bool skip_opening(std::string_view& rest, const SectionSyntax& sections, char co
     return false;
 }
 
-// True when line opens a section; rest then stands on the section's first line.
+// True when the line, which begins without blanks, opens a section; rest then stands on the
+// section's first line.
 bool open_section(std::string_view line, std::string_view& rest, const SectionSyntax& sections,
                   char comment, std::string_view& header) {
-    if (!take_keyword(line, sections, header)) {
+    if (!take_keyword(line, sections, comment, header)) {
         return false;
     }
     if (ends_with(header, sections.opening)) {
@@ -125,14 +140,14 @@ std::string_view take_body(std::string_view& rest, const SectionSyntax& sections
     while (!rest.empty()) {
         const std::size_t length = body.size() - rest.size();
         std::string_view behind = rest;
-        const std::string_view line = strip(take_line(behind, '\n'), comment);
-        if (line == sections.closing) {
+        const std::string_view line = trim_start(take_line(behind, '\n'));
+        if (starts_with(line, sections.closing) && strip(line, comment) == sections.closing) {
             rest = behind;
             return body.substr(0, length);
         }
-        std::string_view after_opening = behind;
         std::string_view header;
-        if (open_section(line, after_opening, sections, comment, header)) {
+        std::string_view opened = behind;
+        if (open_section(line, opened, sections, comment, header)) {
             return body.substr(0, length);
         }
         rest = behind;
@@ -148,8 +163,8 @@ SectionSyntax::SectionSyntax(const char* keyword_word, const char* opening_mark,
       opening(without_line_feed(opening_mark)),
       closing(without_line_feed(closing_mark)) {}
 
-int read_file(const char* path, std::string& text) {
-    text.clear();
+int read_file(const char* path, FileText& text) {
+    text = FileText();
     // Without O_NONBLOCK the opening of a pipe without a writer would hang.
     const FileDescriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status = {};
@@ -159,9 +174,13 @@ int read_file(const char* path, std::string& text) {
     if (!S_ISREG(status.st_mode)) {
         return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
     }
-    // One byte more than the size, so that the read that meets the end needs no more room.
-    text.resize(static_cast<std::size_t>(status.st_size) + 1);
-    return read_all(file.number(), text);
+    // More than the size, so that the read that meets the end needs no more room.
+    const auto size = static_cast<std::size_t>(status.st_size);
+    const int error = read_all(file.number(), size + SPARE_SIZE, text);
+    if (error != 0) {
+        text = FileText();
+    }
+    return error;
 }
 
 std::string_view take_line(std::string_view& rest, char end) {
@@ -210,8 +229,11 @@ bool next_entry(std::string_view& rest, const EntrySyntax& syntax, Entry& entry)
 
 bool find_entry(std::string_view text, std::string_view key, const EntrySyntax& syntax,
                 Entry& entry) {
-    while (next_entry(text, syntax, entry)) {
-        if (entry.key == key) {
+    while (!text.empty()) {
+        const std::string_view line = trim_start(take_line(text, syntax.end));
+        if (starts_with(line, key) &&
+            split_entry(strip(line, syntax.comment), syntax.assignment, entry) &&
+            entry.key == key) {
             return true;
         }
     }
@@ -221,7 +243,7 @@ bool find_entry(std::string_view text, std::string_view key, const EntrySyntax& 
 bool next_section(std::string_view& rest, const SectionSyntax& sections, char comment,
                   Section& section) {
     while (!rest.empty()) {
-        const std::string_view line = strip(take_line(rest, '\n'), comment);
+        const std::string_view line = trim_start(take_line(rest, '\n'));
         if (open_section(line, rest, sections, comment, section.header)) {
             section.body = take_body(rest, sections, comment);
             return true;

@@ -14,9 +14,9 @@
 // section that is still open when the next one starts, or at the end of the file, ends there.
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace config_text {
 
@@ -47,9 +47,16 @@ struct Section {
     std::string_view body;
 };
 
+/// A file's bytes. What the other functions return points into them.
+struct FileText {
+    std::unique_ptr<char[]> bytes;
+    std::size_t size = 0;
+    [[nodiscard]] std::string_view view() const { return {bytes.get(), size}; }
+};
+
 /// Reads a regular file whole. Returns 0, or the errno that tells why it could not be read (then
 /// text is empty). Anything but a regular file is refused: a pipe or a device might never end.
-int read_file(const char* path, std::string& text);
+int read_file(const char* path, FileText& text);
 
 /// Cuts the next line off the front of rest, without its end character.
 std::string_view take_line(std::string_view& rest, char end);

@@ -358,6 +358,13 @@ TEST(ConfigTextSection, ReadingTimeGrowsLinearlyWithTheFile) {
     }
 }
 
+config_text::FileText old_text() {
+    config_text::FileText text;
+    text.bytes.reset(new char[3]{'o', 'l', 'd'});
+    text.size = 3;
+    return text;
+}
+
 TEST(ConfigTextFile, IsReadWholeWhateverItsSizeAndBytes) {
     const TemporaryFolder folder;
     for (const std::size_t size : {0U, 1U, 65535U, 65536U, 65537U, 1'000'000U}) {
@@ -365,17 +372,17 @@ TEST(ConfigTextFile, IsReadWholeWhateverItsSizeAndBytes) {
         for (std::size_t i = 0; i < size; ++i) {
             expected[i] = static_cast<char>(i * 7 % 256);
         }
-        std::string text = "old";
+        config_text::FileText text = old_text();
         EXPECT_EQ(config_text::read_file(folder.write("file", expected).c_str(), text), 0);
-        EXPECT_EQ(text, expected) << size << " bytes";
+        EXPECT_TRUE(text.view() == expected) << size << " bytes";
     }
 }
 
 TEST(ConfigTextFile, ThatClaimsToBeEmptyIsReadToItsEnd) {
-    std::string text;
+    config_text::FileText text;
     EXPECT_EQ(config_text::read_file("/proc/self/status", text), 0);
-    EXPECT_EQ(text.substr(0, 5), "Name:");
-    EXPECT_EQ(text.back(), '\n');
+    EXPECT_EQ(text.view().substr(0, 5), "Name:");
+    EXPECT_EQ(text.view().back(), '\n');
 }
 
 TEST(ConfigTextFile, ThatCannotBeReadGivesTheReasonAndNoText) {
@@ -391,9 +398,9 @@ TEST(ConfigTextFile, ThatCannotBeReadGivesTheReasonAndNoText) {
         {"", ENOENT},
     };
     for (const auto& [path, error] : paths) {
-        std::string text = "old";
+        config_text::FileText text = old_text();
         EXPECT_EQ(config_text::read_file(path.c_str(), text), error) << path;
-        EXPECT_EQ(text, "") << path;
+        EXPECT_EQ(text.view(), "") << path;
     }
 }
 

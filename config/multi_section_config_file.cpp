@@ -15,7 +15,7 @@ void MultiSectionConfigFile::ChangeSectionSyntax(const char* keyword, const char
 }
 
 void MultiSectionConfigFile::Restart() {
-    rest_ = text_;
+    rest_ = text_.view();
     current_ = {};
 }
 

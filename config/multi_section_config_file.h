@@ -34,7 +34,7 @@ class MultiSectionConfigFile {
     [[nodiscard]] std::string GetSectionEntry(const char* key) const;
 
   private:
-    std::string text_;
+    config_text::FileText text_;
     config_text::EntrySyntax entries_;
     config_text::SectionSyntax sections_;
     std::string_view rest_;  // what the cursor has not passed

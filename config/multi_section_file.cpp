@@ -30,7 +30,7 @@ MultiSectionFile::MultiSectionFile(const char* path, bool /*unused*/, bool /*unu
         throw UnreadableFile(path, error);
     }
     const config_text::SectionSyntax syntax(keyword, opening_mark, closing_mark);
-    std::string_view rest = text_;
+    std::string_view rest = text_.view();
     config_text::Section section;
     while (config_text::next_section(rest, syntax, entries_.comment, section)) {
         sections_.push_back(section);
@@ -39,7 +39,7 @@ MultiSectionFile::MultiSectionFile(const char* path, bool /*unused*/, bool /*unu
 
 // The text may hold a password.
 MultiSectionFile::~MultiSectionFile() {
-    explicit_bzero(text_.data(), text_.size());
+    explicit_bzero(text_.bytes.get(), text_.size);
 }
 
 void MultiSectionFile::Restart() {

@@ -46,7 +46,7 @@ class MultiSectionFile {
     void GetSecCurrentEntry(char* key, unsigned key_size, char* value, unsigned value_size) const;
 
   private:
-    std::string text_;
+    config_text::FileText text_;
     config_text::EntrySyntax entries_;
     std::vector<config_text::Section> sections_;
     config_text::Section current_;

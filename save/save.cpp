@@ -3,10 +3,10 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "cgi/cgi_gateway.h"
 #include "config/config_file.h"
+#include "shell/file.h"
 #include "shell/state.h"
 #include "shell/text.h"
 
@@ -32,10 +32,6 @@ constexpr std::array<Marker, 6> MARKERS = {{
     {"#MSG", ". "},
     {"#END", ""},
 }};
-
-struct FileCloser {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
 
 std::string firmware_version() {
     ConfigFile version_file(VERSION_FILE_PATH, false, false);
@@ -75,7 +71,7 @@ void rewrite_markers(std::string& answer) {
 }
 
 void write_query_file(const std::string& path, const std::list<std::string>& settings) {
-    const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "w"));
+    const File file(std::fopen(path.c_str(), "w"));
     if (!file) {
         return;
     }

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <cstdio>
+#include <memory>
+
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+/// An open file, or null; closed when it goes.
+using File = std::unique_ptr<std::FILE, FileCloser>;
