@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "shell/secret.h"
 #include "tests/unit/freed_memory.h"
 #include "tests/unit/outside.h"
 
@@ -243,6 +244,21 @@ TEST_F(TransferDialogueTest, AnswersAreWipedWhenTheyAreDoneWith) {
         ask_transfer_parameters(parameters, Direction::BACKUP);
     }
     EXPECT_EQ(freed.copies_of_secret(), 0);
+}
+
+TEST_F(TransferDialogueTest, PasswordIsKeptInNoOtherPlaceThanTheCommandLine) {
+    constexpr const char* SECRET = "correct-horse-battery-staple";
+    for (const Direction direction : {Direction::BACKUP, Direction::RESTORE}) {
+        outside.lines = {"10.0.0.1", "21", "/backups", "admin"};
+        outside.passwords = {SECRET};
+        const FreedMemory freed(SECRET);
+        {
+            std::string command_line;
+            build_transfer_command(command_line, NAME, direction);
+            wipe(command_line);
+        }
+        EXPECT_EQ(freed.copies_of_secret(), 0);
+    }
 }
 
 }  // namespace

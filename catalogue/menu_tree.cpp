@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -25,20 +26,39 @@ bool is_offered(const std::string& name) {
     return std::find(NEVER_OFFERED.begin(), NEVER_OFFERED.end(), name) == NEVER_OFFERED.end();
 }
 
-// What stands between the first and the last double quote. A lone quote opens a text that reaches
-// to the end; a title without quotes is no caption.
-std::string_view unquoted_caption(std::string_view title) {
+// Leaves what stands between the first and the last double quote. A lone quote opens a text that
+// reaches to the end; a title without quotes is no caption.
+void unquote(std::string& title) {
     const std::size_t first = title.find('"');
-    if (first == std::string_view::npos) {
-        return {};
+    if (first == std::string::npos) {
+        title.clear();
+        return;
     }
     const std::size_t last = title.rfind('"');
-    const std::size_t length = first == last ? std::string_view::npos : last - first - 1;
-    const std::string_view caption = title.substr(first + 1, length);
-    return caption.substr(0, caption.find('\0'));
+    if (last != first) {
+        title.resize(last);
+    }
+    title.erase(0, first + 1);
+    title.resize(std::min(title.find('\0'), title.size()));
 }
 
-void add_menu_item(const MultiSectionConfigFile& menu) {
+// Adds parts to a catalogue. Items often stand in the order of their names, so the place behind the
+// last one is tried first.
+class PartAdder {
+  public:
+    explicit PartAdder(Catalogue& catalogue) : catalogue_(catalogue), place_(catalogue.end()) {}
+
+    // The first part of a name stays.
+    void add(std::string&& name, std::string&& caption) {
+        place_ = std::next(catalogue_.try_emplace(place_, std::move(name), std::move(caption)));
+    }
+
+  private:
+    Catalogue& catalogue_;
+    Catalogue::iterator place_;
+};
+
+void add_menu_item(const MultiSectionConfigFile& menu, PartAdder& general, PartAdder& extension) {
     const std::string acl = menu.GetSectionEntry("ACL");
     if (acl == ConfigBuffer::ENTRY_NOT_FOUND || !contains(acl, "auto")) {
         return;
@@ -47,11 +67,13 @@ void add_menu_item(const MultiSectionConfigFile& menu) {
     if (!is_offered(name)) {
         return;
     }
-    const std::string title = menu.GetSectionEntry("CAP");
-    const std::string_view caption = unquoted_caption(title);
-    Catalogue& catalogue = contains(acl, "extension") ? _gExtensionConfParts : _gAdminConParts;
-    std::string shown(caption.empty() ? name : caption);
-    catalogue.try_emplace(std::move(name), std::move(shown));
+    std::string caption = menu.GetSectionEntry("CAP");
+    unquote(caption);
+    if (caption.empty()) {
+        caption = name;
+    }
+    PartAdder& parts = contains(acl, "extension") ? extension : general;
+    parts.add(std::move(name), std::move(caption));
 }
 
 }  // namespace
@@ -60,8 +82,10 @@ void load_menu_tree() {
     MultiSectionConfigFile menu(MENU_TREE_PATH, false, false, true);
     menu.ChangeSectionSyntax("ITEM", "{\n", "}\n");
     menu.Restart();
+    PartAdder general(_gAdminConParts);
+    PartAdder extension(_gExtensionConfParts);
     while (menu.GotoNextSection() != 0) {
-        add_menu_item(menu);
+        add_menu_item(menu, general, extension);
     }
 }
 

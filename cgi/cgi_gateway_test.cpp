@@ -12,7 +12,7 @@
 
 namespace {
 
-using namespace std::string_literals;
+using std::string_literals::operator""s;
 using Request = std::map<std::string, std::string>;
 
 class CgiGatewayTest : public OutsideTest {};

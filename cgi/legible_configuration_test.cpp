@@ -14,7 +14,7 @@
 
 namespace {
 
-using namespace std::string_literals;
+using std::string_literals::operator""s;
 
 constexpr std::size_t PIECE = 255;  // bytes that are read at once
 

@@ -4,10 +4,11 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 /// The marker that stands for an entry that is not there.
 struct ConfigBuffer {
-    static constexpr const char* ENTRY_NOT_FOUND = "ENTRY_NOT_FOUND";
+    static constexpr std::string_view ENTRY_NOT_FOUND = "ENTRY_NOT_FOUND";
 };
 
 /// Storage for one key or value, always NUL-terminated. A longer text is cut to fit. The storage

@@ -11,7 +11,7 @@
 namespace {
 
 TEST(ConfigBuffer, MarkerHoldsNothingThatTheMenuTreeLooksFor) {
-    const std::string marker = ConfigBuffer::ENTRY_NOT_FOUND;
+    const std::string marker(ConfigBuffer::ENTRY_NOT_FOUND);
     EXPECT_EQ(marker, "ENTRY_NOT_FOUND");
     for (const char* text : {"\"", "auto", "extension"}) {
         EXPECT_EQ(marker.find(text), std::string::npos) << text;

@@ -42,8 +42,7 @@ std::string_view trim_start(std::string_view text) {
     return text;
 }
 
-std::string_view trim(std::string_view text) {
-    text = trim_start(text);
+std::string_view trim_end(std::string_view text) {
     while (!text.empty() && is_blank(text.back())) {
         text.remove_suffix(1);
     }
@@ -92,12 +91,9 @@ int read_all(int file, std::size_t capacity, FileText& text) {
     }
 }
 
-// The header, when the line begins with the keyword as a whole word.
+// The header, when the line, which begins with the keyword, has it as a whole word.
 bool take_keyword(std::string_view line, const SectionSyntax& sections, char comment,
                   std::string_view& header) {
-    if (!starts_with(line, sections.keyword)) {
-        return false;
-    }
     header = strip(line, comment).substr(sections.keyword.size());
     return header.empty() || is_blank(header.front()) || starts_with(header, sections.opening);
 }
@@ -118,7 +114,7 @@ bool skip_opening(std::string_view& rest, const SectionSyntax& sections, char co
     return false;
 }
 
-// True when the line, which begins without blanks, opens a section; rest then stands on the
+// True when the line, which begins with the keyword, opens a section; rest then stands on the
 // section's first line.
 bool open_section(std::string_view line, std::string_view& rest, const SectionSyntax& sections,
                   char comment, std::string_view& header) {
@@ -130,25 +126,33 @@ bool open_section(std::string_view line, std::string_view& rest, const SectionSy
     } else if (!skip_opening(rest, sections, comment)) {
         return false;
     }
-    header = trim(header);
+    header = trim_start(trim_end(header));
     return true;
 }
 
 // The lines up to the closing mark, the next section or the end; rest then stands behind them.
-std::string_view take_body(std::string_view& rest, const SectionSyntax& sections, char comment) {
+std::string_view take_body(std::string_view& rest, const SectionSyntax& sections,
+                           const EntrySyntax& syntax, std::vector<Entry>* entries) {
     const std::string_view body = rest;
     while (!rest.empty()) {
         const std::size_t length = body.size() - rest.size();
         std::string_view behind = rest;
         const std::string_view line = trim_start(take_line(behind, '\n'));
-        if (starts_with(line, sections.closing) && strip(line, comment) == sections.closing) {
+        if (starts_with(line, sections.closing) &&
+            strip(line, syntax.comment) == sections.closing) {
             rest = behind;
             return body.substr(0, length);
         }
         std::string_view header;
         std::string_view opened = behind;
-        if (open_section(line, opened, sections, comment, header)) {
+        if (starts_with(line, sections.keyword) &&
+            open_section(line, opened, sections, syntax.comment, header)) {
             return body.substr(0, length);
+        }
+        Entry entry;
+        if (entries != nullptr &&
+            split_entry(strip(line, syntax.comment), syntax.assignment, entry)) {
+            entries->push_back(entry);
         }
         rest = behind;
     }
@@ -184,14 +188,14 @@ int read_file(const char* path, FileText& text) {
 }
 
 std::string_view take_line(std::string_view& rest, char end) {
-    const std::size_t length = std::min(rest.find(end), rest.size());
+    const std::size_t length = rest.find(end);
     const std::string_view line = rest.substr(0, length);
-    rest.remove_prefix(std::min(length + 1, rest.size()));
+    rest.remove_prefix(length < rest.size() ? length + 1 : rest.size());
     return line;
 }
 
 std::string_view strip(std::string_view line, char comment) {
-    line = trim(line);
+    line = trim_start(trim_end(line));
     if (line.find(comment) == std::string_view::npos) {
         return line;
     }
@@ -199,7 +203,7 @@ std::string_view strip(std::string_view line, char comment) {
     bool after_blank = true;  // the start of a line counts as one
     for (std::size_t i = 0; i < line.size(); ++i) {
         if (line[i] == comment && after_blank && !quoted) {
-            return trim(line.substr(0, i));
+            return trim_end(line.substr(0, i));
         }
         quoted = quoted != (line[i] == '"');
         after_blank = is_blank(line[i]);
@@ -212,8 +216,8 @@ bool split_entry(std::string_view line, char assignment, Entry& entry) {
     if (position == std::string_view::npos) {
         return false;
     }
-    entry.key = trim(line.substr(0, position));
-    entry.value = trim(line.substr(position + 1));
+    entry.key = trim_end(line.substr(0, position));
+    entry.value = trim_start(line.substr(position + 1));
     return true;
 }
 
@@ -240,12 +244,16 @@ bool find_entry(std::string_view text, std::string_view key, const EntrySyntax& 
     return false;
 }
 
-bool next_section(std::string_view& rest, const SectionSyntax& sections, char comment,
-                  Section& section) {
+bool next_section(std::string_view& rest, const SectionSyntax& sections, const EntrySyntax& syntax,
+                  Section& section, std::vector<Entry>* entries) {
+    if (entries != nullptr) {
+        entries->clear();
+    }
     while (!rest.empty()) {
         const std::string_view line = trim_start(take_line(rest, '\n'));
-        if (open_section(line, rest, sections, comment, section.header)) {
-            section.body = take_body(rest, sections, comment);
+        if (starts_with(line, sections.keyword) &&
+            open_section(line, rest, sections, syntax.comment, section.header)) {
+            section.body = take_body(rest, sections, syntax, entries);
             return true;
         }
     }

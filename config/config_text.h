@@ -17,6 +17,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace config_text {
 
@@ -74,8 +75,9 @@ bool next_entry(std::string_view& rest, const EntrySyntax& syntax, Entry& entry)
 bool find_entry(std::string_view text, std::string_view key, const EntrySyntax& syntax,
                 Entry& entry);
 
-/// Advances rest past the next section. False when there is none left.
-bool next_section(std::string_view& rest, const SectionSyntax& sections, char comment,
-                  Section& section);
+/// Advances rest past the next section. False when there is none left. With entries given, the
+/// section's entries replace what is in there.
+bool next_section(std::string_view& rest, const SectionSyntax& sections, const EntrySyntax& syntax,
+                  Section& section, std::vector<Entry>* entries = nullptr);
 
 }  // namespace config_text

@@ -18,7 +18,7 @@ using config_text::Entry;
 using config_text::EntrySyntax;
 using config_text::Section;
 using config_text::SectionSyntax;
-using namespace std::string_literals;
+using std::string_literals::operator""s;
 
 using Entries = std::vector<std::pair<std::string, std::string>>;
 
@@ -48,8 +48,14 @@ Sections sections_of(std::string_view text, const char* keyword = "section") {
     const SectionSyntax syntax(keyword, "{\n", "}\n");
     Sections sections;
     Section section;
-    while (config_text::next_section(text, syntax, '#', section)) {
+    std::vector<Entry> collected = {{"left", "over"}};
+    while (config_text::next_section(text, syntax, {}, section, &collected)) {
         sections.push_back({std::string(section.header), entries_of(section.body)});
+        Entries collected_entries;
+        for (const Entry& entry : collected) {
+            collected_entries.emplace_back(entry.key, entry.value);
+        }
+        EXPECT_EQ(collected_entries, sections.back().entries);
     }
     return sections;
 }
@@ -319,7 +325,7 @@ TEST(ConfigTextSection, AnyBytesAreAccepted) {
         const char* reached = text.data();
         const SectionSyntax syntax("section", "{\n", "}\n");
         Section section;
-        while (config_text::next_section(rest, syntax, '#', section)) {
+        while (config_text::next_section(rest, syntax, {}, section)) {
             ASSERT_LE(reached, section.header.data());
             ASSERT_LE(section.header.data() + section.header.size(), section.body.data());
             reached = section.body.data() + section.body.size();

@@ -16,12 +16,12 @@ void MultiSectionConfigFile::ChangeSectionSyntax(const char* keyword, const char
 
 void MultiSectionConfigFile::Restart() {
     rest_ = text_.view();
-    current_ = {};
+    leave_section();
 }
 
 int MultiSectionConfigFile::GotoNextSection() {
-    current_ = {};
-    return config_text::next_section(rest_, sections_, entries_.comment, current_) ? 1 : 0;
+    leave_section();
+    return config_text::next_section(rest_, sections_, syntax_, current_, &entries_) ? 1 : 0;
 }
 
 std::string MultiSectionConfigFile::GetHeaderEntry() const {
@@ -29,9 +29,15 @@ std::string MultiSectionConfigFile::GetHeaderEntry() const {
 }
 
 std::string MultiSectionConfigFile::GetSectionEntry(const char* key) const {
-    config_text::Entry entry;
-    if (!config_text::find_entry(current_.body, key, entries_, entry)) {
-        return ConfigBuffer::ENTRY_NOT_FOUND;
+    for (const config_text::Entry& entry : entries_) {
+        if (entry.key == key) {
+            return std::string(entry.value);
+        }
     }
-    return std::string(entry.value);
+    return std::string(ConfigBuffer::ENTRY_NOT_FOUND);
+}
+
+void MultiSectionConfigFile::leave_section() {
+    current_ = {};
+    entries_.clear();
 }

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "config/config_text.h"
 
@@ -34,9 +35,12 @@ class MultiSectionConfigFile {
     [[nodiscard]] std::string GetSectionEntry(const char* key) const;
 
   private:
+    void leave_section();
+
     config_text::FileText text_;
-    config_text::EntrySyntax entries_;
+    config_text::EntrySyntax syntax_;
     config_text::SectionSyntax sections_;
     std::string_view rest_;  // what the cursor has not passed
     config_text::Section current_;
+    std::vector<config_text::Entry> entries_;  // of the current section
 };

@@ -32,7 +32,7 @@ MultiSectionFile::MultiSectionFile(const char* path, bool /*unused*/, bool /*unu
     const config_text::SectionSyntax syntax(keyword, opening_mark, closing_mark);
     std::string_view rest = text_.view();
     config_text::Section section;
-    while (config_text::next_section(rest, syntax, entries_.comment, section)) {
+    while (config_text::next_section(rest, syntax, entries_, section)) {
         sections_.push_back(section);
     }
 }

@@ -9,9 +9,12 @@
 #include <vector>
 
 #include "config/config_buffer.h"
+#include "tests/unit/freed_memory.h"
 #include "tests/unit/temporary_folder.h"
 
 namespace {
+
+using std::string_literals::operator""s;
 
 constexpr const char* DATABASE = R"(
 section extension {
@@ -196,6 +199,14 @@ TEST_F(MultiSectionFileTest, UnreadableFileThrowsAnErrorThatNamesPathAndReason) 
             EXPECT_EQ(error.what(), path + ": " + reason);
         }
     }
+}
+
+TEST_F(MultiSectionFileTest, TextIsWipedBeforeItIsReleased) {
+    constexpr const char* SECRET = "correct horse battery staple";
+    const std::string path = folder_.write("secret", "password = "s + SECRET + "\n");
+    const FreedMemory freed(SECRET);
+    open(path);
+    EXPECT_EQ(freed.copies_of_secret(), 0);
 }
 
 }  // namespace

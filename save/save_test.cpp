@@ -14,7 +14,7 @@
 
 namespace {
 
-using namespace std::string_literals;
+using std::string_literals::operator""s;
 using Settings = std::list<std::string>;
 
 class SaveTest : public OutsideTest {

@@ -10,7 +10,7 @@
 
 namespace {
 
-using namespace std::string_literals;
+using std::string_literals::operator""s;
 
 TEST(TrimBlanks, CutsSpacesAndTabsAtBothEndsAndNothingElse) {
     const std::vector<std::pair<std::string, std::string>> texts = {
