@@ -17,7 +17,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace config_text {
 
@@ -59,6 +58,9 @@ struct FileText {
 /// text is empty). Anything but a regular file is refused: a pipe or a device might never end.
 int read_file(const char* path, FileText& text);
 
+/// Where part stands in text at or behind from, or npos.
+std::size_t find_text(std::string_view text, std::string_view part, std::size_t from);
+
 /// Cuts the next line off the front of rest, without its end character.
 std::string_view take_line(std::string_view& rest, char end);
 
@@ -75,9 +77,26 @@ bool next_entry(std::string_view& rest, const EntrySyntax& syntax, Entry& entry)
 bool find_entry(std::string_view text, std::string_view key, const EntrySyntax& syntax,
                 Entry& entry);
 
-/// Advances rest past the next section. False when there is none left. With entries given, the
-/// section's entries replace what is in there.
-bool next_section(std::string_view& rest, const SectionSyntax& sections, const EntrySyntax& syntax,
-                  Section& section, std::vector<Entry>* entries = nullptr);
+/// Walks over the sections of a text. Text and syntax must outlive it.
+class SectionCursor {
+  public:
+    SectionCursor(std::string_view text, const SectionSyntax& sections, char comment);
+
+    /// Moves on to the next section. False when there is none left.
+    bool next(Section& section);
+
+  private:
+    void find_opening();
+    [[nodiscard]] std::string_view up_to_closing(std::string_view text) const;
+
+    std::string_view rest_;
+    const SectionSyntax* sections_;
+    char comment_;
+    // The next section's opening, found ahead.
+    std::string_view before_opening_;
+    std::string_view behind_opening_;
+    std::string_view header_;
+    bool at_end_ = false;
+};
 
 }  // namespace config_text

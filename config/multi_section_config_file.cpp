@@ -4,7 +4,7 @@
 
 MultiSectionConfigFile::MultiSectionConfigFile(const char* path, bool /*unused*/, bool /*unused*/,
                                                bool /*unused*/)
-    : sections_("section", "{\n", "}\n") {
+    : sections_("section", "{\n", "}\n"), cursor_({}, sections_, syntax_.comment) {
     config_text::read_file(path, text_);
     Restart();
 }
@@ -15,13 +15,21 @@ void MultiSectionConfigFile::ChangeSectionSyntax(const char* keyword, const char
 }
 
 void MultiSectionConfigFile::Restart() {
-    rest_ = text_.view();
+    cursor_ = config_text::SectionCursor(text_.view(), sections_, syntax_.comment);
     leave_section();
 }
 
 int MultiSectionConfigFile::GotoNextSection() {
     leave_section();
-    return config_text::next_section(rest_, sections_, syntax_, current_, &entries_) ? 1 : 0;
+    if (!cursor_.next(current_)) {
+        return 0;
+    }
+    std::string_view body = current_.body;
+    config_text::Entry entry;
+    while (config_text::next_entry(body, syntax_, entry)) {
+        entries_.push_back(entry);
+    }
+    return 1;
 }
 
 std::string MultiSectionConfigFile::GetHeaderEntry() const {

@@ -40,7 +40,7 @@ class MultiSectionConfigFile {
     config_text::FileText text_;
     config_text::EntrySyntax syntax_;
     config_text::SectionSyntax sections_;
-    std::string_view rest_;  // what the cursor has not passed
+    config_text::SectionCursor cursor_;
     config_text::Section current_;
     std::vector<config_text::Entry> entries_;  // of the current section
 };
