@@ -166,6 +166,12 @@ def test_make_root_makes_what_the_device_holds(gateway):
     assert missing == ""
 
 
+def test_make_root_makes_a_device_of_an_empty_folder(tmp_path):
+    (tmp_path / "root").mkdir()
+    subprocess.run([str(MAKE_ROOT), str(tmp_path / "root")], check=True)
+    assert (tmp_path / "root/etc/menutree.conf").stat().st_size > 0
+
+
 def test_make_root_keeps_settings_and_own_files_of_an_existing_root(gateway):
     gateway.sh("save sip.local_port=5071")
     gateway.file("/var/log/cm.log").write_text("my own log\n")
