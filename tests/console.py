@@ -57,6 +57,7 @@ class Device:
         self.root = Path(root)
         self._consoles = []
         self._runs = []
+        self._serves_ftp = False
         subprocess.run(["/bin/sh", MAKE_ROOT, self.root], check=True, timeout=PATIENCE)
         self.path("/record").mkdir()
 
@@ -144,11 +145,17 @@ class Device:
         log = "/var/lib/gateway/requests.log"
         return self.read(log).decode().splitlines() if self.exists(log) else []
 
+    def serve_ftp(self, options=""):
+        """From its next start on the device runs the FTP server with these options."""
+        self._serves_ftp = True
+        self.write("/etc/ftp_options", options.encode() + b"\n")
+
     # Sessions
 
     def start_command(self, command=()):
         """The command line that starts the shell, or the command given instead, on the device."""
-        return ["/bin/sh", str(START), str(self.root), str(PROGRAM_DIR), *(command or [SHELL])]
+        start = [str(START), *(["--ftp"] if self._serves_ftp else [])]
+        return ["/bin/sh", *start, str(self.root), str(PROGRAM_DIR), *(command or [SHELL])]
 
     def console(self, *command):
         """Opens a console; the shell, or the command given instead, has just been started."""
@@ -162,14 +169,14 @@ class Device:
         console.log_in()
         return console
 
-    def run(self, session, *command):
+    def run(self, session, *command, patience=PATIENCE):
         """Feeds a session to the shell through a pipe, without a terminal."""
         result = subprocess.run(
             self.start_command(command),
             input=session,
             capture_output=True,
             env=ENVIRONMENT,
-            timeout=PATIENCE,
+            timeout=patience,
         )
         self._runs.append(result)
         return RunResult(result.returncode, result.stdout, result.stderr)

@@ -1,0 +1,285 @@
+"""No answer to a question of backup or restore runs a command: neither in the interpreter that runs
+the command line, nor in the one that wput starts for its input command, with parts of the address
+in double quotes. The FTP clients and the server are real, and the server lets everybody in.
+
+The commands in the answers leave a file in the current folder, with no slash in their text, which
+would cut the address. Most answers do not go through the dialogue, which would take too long: the
+product's own function makes command lines of them by the thousand.
+"""
+
+import subprocess
+
+import pytest
+
+from backup_test import BACKUP_FAILED, BACKUP_FINISHED, RESTORE_FAILED, questions
+from console import PROGRAM_DIR, PROMPT, SOURCE_DIR
+
+TOOLS = SOURCE_DIR / "tests" / "tools"
+RUNNER = "/record/run_command_lines"
+LINES = "/record/lines"
+
+PLACES = ("server", "port", "path", "user", "password")
+GOOD = {
+    "server": "127.0.0.1",
+    "port": "2121",
+    "path": "dir",
+    "user": "user",
+    "password": "pw",
+}
+
+SUBSTITUTIONS = (
+    "$(touch canary)",
+    "`touch canary`",
+    "$(touch${IFS}canary)",
+    "`>canary`",
+    "${x:-$(touch canary)}",
+    "~$(touch canary)",
+    "\\$(touch canary)",
+    "\\\\$(touch canary)",
+    "\\`touch canary\\`",
+    "$((x[$(touch canary)]))",
+)
+# What might end the quotes around an answer, and what might then begin a command.
+ENDS_OF_QUOTES = ("", "'", '"', '\\"', "\\'")
+COMMANDS = (
+    ";touch canary;",
+    "&touch canary&",
+    "|touch canary|",
+    "||touch canary #",
+    "\ntouch canary\n",
+    "\n\ttouch\tcanary\n",
+    ">canary ",
+    " >canary <",
+    ";(touch canary);",
+    ";{ touch canary;};",
+    ";! touch canary;",
+    ";/usr/bin/touc? canary;",
+    "\n/usr/bin/[t]ouc* canary\n",
+    "$(touch canary)",
+    "`touch canary`",
+)
+SPECIAL = "\t\n !\"#$&'()*;<>?[\\]`{|}~"
+HALF_ESCAPES = ("%", "%1K", "%2", "%%", "%2$", "%\\", "%g", "%5", "%6")
+
+
+def escaped(text, characters=SPECIAL, form="%{:02X}"):
+    return "".join(form.format(ord(c)) if c in characters else c for c in text)
+
+
+def payloads():
+    """The typed texts, without repetition."""
+    typed = list(SUBSTITUTIONS)
+    typed += [end + command + end for end in ENDS_OF_QUOTES for command in COMMANDS]
+    texts = list(typed)
+    texts += [escaped(text) for text in typed]
+    texts += [escaped(text, '$`"\\', "%{:02x}") for text in typed]
+    texts += [escaped(text, form="%25{:02X}") for text in SUBSTITUTIONS]
+    texts += [half + text for half in HALF_ESCAPES for text in SUBSTITUTIONS[:2]]
+    texts += ["%{}24(touch canary)", "%2%34(touch canary)", "%%3234(touch canary)"]
+    return list(dict.fromkeys(texts))
+
+
+# Answers that shift the parts of the address, so that X is not where its question belongs.
+SHIFTED = (
+    {"server": "X@127.0.0.1", "user": "", "password": ""},
+    {"server": "X:y@127.0.0.1", "user": "", "password": ""},
+    {"server": "xX:y@127.0.0.1"},
+    {"server": "u;X:p@127.0.0.1", "user": ""},
+    {"server": "127.0.0.1@X"},
+    {"server": "127.0.0.1:2121/X", "port": "", "path": ""},
+    {"server": "127.0.0.1:2121/X", "port": "21"},
+    {"server": "", "port": "", "path": ".X@127.0.0.1:2121/x", "user": ""},
+    {"server": "", "port": "", "path": ".X:z@127.0.0.1:2121/x", "user": ""},
+    {"server": "", "port": "", "path": "./X", "user": "127.0.0.1:2121"},
+    {"port": "2121/X", "path": ""},
+    {"port": "2121@X"},
+    {"port": "X@127.0.0.1:2121"},
+    {"port": "x@127.0.0.1:2121/X"},
+    {"port": "X:p@127.0.0.1:2121", "user": ""},
+    {"path": "//X//"},
+    {"path": "x@y/X"},
+    {"path": "/X@127.0.0.1:2121/z"},
+    {"path": "X;type=a"},
+    {"path": "x;type=X"},
+    {"path": "x?X"},
+    {"path": "x#X"},
+    {"path": ".X", "port": ""},
+    {"path": "../X"},
+    {"user": "127.0.0.1", "password": "2121/X"},
+    {"user": "127.0.0.1/", "password": "X"},
+    {"user": "127.0.0.1:2121/", "password": "X"},
+    {"user": "127.0.0.1:2121/X", "password": ""},
+    {"user": "u@X"},
+    {"user": "X@v"},
+    {"user": "a:bX"},
+    {"user": "X:b"},
+    {"user": "X:b@127.0.0.1:2121/X"},
+    {"user": "ftp://X"},
+    {"password": "p@127.0.0.1:2121/X"},
+    {"password": "X@127.0.0.1:2121/X"},
+    {"password": "X@X"},
+)
+# Such as have been seen to run behind the back of wput, when nobody minds them.
+DANGEROUS = (
+    "$(touch canary)",
+    "`touch canary`",
+    '";touch canary;"',
+    '\\$(touch canary)"',
+    '\\";touch canary;\\"',
+    "%24(touch canary)",
+    "%24%28touch%20canary%29",
+    "%60touch%20canary%60",
+    "%22;touch canary;%22",
+    "%22%0atouch canary%0a%22",
+    "%2524(touch canary)",
+    "%5c%22;touch canary;%5c%22",
+    "%5C$(touch canary)",
+    "%$(touch canary)",
+    "%2$(touch canary)",
+    "%1K$(touch canary)",
+)
+
+
+def shifted(answers, text):
+    return {**GOOD, **{place: value.replace("X", text) for place, value in answers.items()}}
+
+
+def command_lines(direction, cases):
+    """The product's command lines for those answers."""
+    texts = [text for case in cases for text in (direction, *(case[place] for place in PLACES))]
+    printed = subprocess.run(
+        [PROGRAM_DIR / "tests" / "print_transfer_command"],
+        input="".join(text + "\0" for text in texts).encode(),
+        stdout=subprocess.PIPE,
+        check=True,
+        timeout=60,
+    ).stdout
+    lines = printed.split(b"\0")[:-1]
+    assert len(lines) == len(cases)
+    return lines
+
+
+def careless_lines(cases):
+    """Command lines of backups that mind only the interpreter that runs them. Those of restores do
+    no more than that to an address."""
+    head, tail = b"/bin/wget -nv -t 3 --passive-ftp ", b" -O - |"
+    addresses = (line[len(head) : line.index(tail)] for line in command_lines("restore", cases))
+    return [
+        b'wput -B -t 3 -I "backupconfig -b -d stdout" ' + address + b"/x.bin >/dev/null 2>&1"
+        for address in addresses
+    ]
+
+
+def make_open_device(device):
+    """A device with an FTP server for everybody, whose clients do not wait between tries."""
+    device.serve_ftp("--any-login")
+    # Not left to the clients: of two that make it at once one gives up.
+    device.make_folder("/home/backup/dir")
+    device.write("/etc/wputrc", b"wait_retry = 0\n")
+    device.write("/etc/wgetrc", b"waitretry = 0\n")
+
+
+def cases_that_ran(device, lines, cases):
+    """Runs the command lines on the device. Returns the cases whose answers ran a command."""
+    make_open_device(device)
+    device.write(RUNNER, (TOOLS / "run_command_lines").read_bytes(), mode=0o755)
+    device.write(LINES, b"".join(line + b"\0" for line in lines))
+    result = device.run(b"", "/usr/bin/python3", RUNNER, LINES, patience=120)
+    *numbers, end, count = result.output.split()
+    assert (result.status, end, int(count)) == (0, b"ran", len(cases)), result
+    return [cases[int(number)] for number in numbers]
+
+
+def logins(device):
+    """How often somebody logged in at the FTP server."""
+    return device.read("/var/log/ftp.log").count(b"\nlogin ")
+
+
+@pytest.mark.parametrize("direction", ["backup", "restore"])
+@pytest.mark.parametrize("place", PLACES)
+def test_command_in_an_answer_does_not_run(device, place, direction):
+    cases = [{**GOOD, place: text} for text in payloads()]
+    assert cases_that_ran(device, command_lines(direction, cases), cases) == []
+    if place in ("path", "user", "password"):
+        assert logins(device) > len(cases) / 2, "the answers did not get as far as the server"
+
+
+@pytest.mark.parametrize("direction", ["backup", "restore"])
+def test_command_in_an_address_with_shifted_parts_does_not_run(device, direction):
+    cases = [shifted(answers, text) for answers in SHIFTED for text in DANGEROUS]
+    assert cases_that_ran(device, command_lines(direction, cases), cases) == []
+    assert logins(device) > len(cases) / 4, "the answers did not get as far as the server"
+
+
+# Typed at the console, with the names of keys that the line editor would take for itself
+
+QUOTED = b"\x16"  # Ctrl-V takes the next key as it is
+TYPED = (
+    b"$(touch ran)",
+    b"`touch ran`",
+    b'";touch ran;"',
+    b"';touch ran;'",
+    b'\\";touch ran;\\"',
+    b"\n\ttouch\tran\n",
+    b"%24(touch ran)",
+    b"%22;touch ran;%22",
+    b"%60touch ran%60",
+    b" & touch ran | touch ran > ran # ",
+    b"!$(touch ran)!!",
+)
+# What the terminal itself takes at the password's question: a line feed ends it.
+TYPED_AS_PASSWORD = [text for text in TYPED if b"\n" not in text]
+
+
+def keys(text):
+    """The keys to press for a text."""
+    return text.replace(b"\n", QUOTED + b"\n").replace(b"\t", QUOTED + b"\t")
+
+
+@pytest.mark.parametrize("command", [b"backup", b"restore"])
+@pytest.mark.parametrize("place", PLACES)
+def test_command_that_is_typed_as_an_answer_does_not_run(device, place, command):
+    make_open_device(device)
+    console = device.log_in()
+    texts = TYPED_AS_PASSWORD if place == "password" else TYPED
+    for text in texts:
+        answers = {**GOOD, place: text.decode()}
+        console.enter(command)
+        for question, name in zip(questions(command), PLACES):
+            console.read_until(question)
+            console.enter(keys(answers[name].encode()))
+        outcome = console.read_until(b"!\n" + PROMPT)
+        assert outcome[: -len(PROMPT)].endswith((BACKUP_FINISHED, BACKUP_FAILED, RESTORE_FAILED))
+        assert not device.exists("/ran"), text
+    if place in ("path", "user", "password"):
+        assert logins(device) > len(texts) / 2, "the answers did not get as far as the server"
+
+
+# The proof that the tests above can fail
+
+
+@pytest.mark.parametrize(
+    "answers, form",
+    [
+        ({"server": "X@127.0.0.1", "user": "", "password": ""}, "decoded"),
+        ({"server": "127.0.0.1:2121/X"}, "as it stands"),
+        ({"port": "x@127.0.0.1:2121/X"}, "as it stands"),
+        ({"path": "X"}, "as it stands"),
+        ({"path": "dir/X/b"}, "as it stands"),
+        ({"user": "X"}, "decoded"),
+        ({"user": "X@v"}, "decoded"),
+        ({"user": "127.0.0.1:2121/", "password": "X"}, "as it stands"),
+    ],
+)
+def test_commands_do_run_when_nobody_minds_the_interpreter_behind_wput(device, answers, form):
+    typed = ["$(touch canary)", "`touch canary`", '";touch canary;"']
+    runs = typed + ([escaped(text) for text in typed] if form == "decoded" else [])
+    cases = [shifted(answers, text) for text in runs]
+    assert cases_that_ran(device, careless_lines(cases), cases) == cases
+
+
+@pytest.mark.parametrize("direction", ["backup", "restore"])
+def test_commands_do_run_when_nobody_minds_the_interpreter_of_the_command_line(device, direction):
+    cases = [{**GOOD, place: ";touch canary;"} for place in PLACES]
+    lines = [line.replace(b"'", b"") for line in command_lines(direction, cases)]
+    assert cases_that_ran(device, lines, cases) == cases
