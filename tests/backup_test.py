@@ -350,6 +350,8 @@ def test_backup_file_is_named_by_the_local_time_at_the_command(device, hours):
         (b"FINISHED\n" + b"x" * 1024 + b"\n", 0, BACKUP_FINISHED),
         (b"one\n" + b"x" * 1017 + b"FINISHED\n", 0, BACKUP_FAILED),
         (b"x" * 1024 + b"\none\n", 0, BACKUP_FINISHED),
+        (b"x" * 1015 + b"FINISHED", 0, BACKUP_FINISHED),
+        (b"one\n" + b"x" * 1016 + b"FINISHED", 0, BACKUP_FAILED),
     ],
 )
 def test_outcome_of_a_backup(device, log, status, outcome):
@@ -389,6 +391,14 @@ def test_backup_log_that_cannot_be_read_is_left_alone(device, status, outcome):
     device.stand_in("wput", b"echo trouble\nchmod 0 " + log + b"\nexit %d\n" % status)
     assert transfer(device.log_in(), b"backup") == outcome
     assert device.exists(BACKUP_LOG)
+
+
+def test_folder_in_place_of_the_backup_log_fails_the_backup_and_stays(device, console):
+    device.make_folder(BACKUP_LOG)
+    outcome = transfer(console, b"backup")
+    assert BACKUP_LOG.encode() in outcome and outcome.endswith(b"\n" + BACKUP_FAILED)
+    assert outcome.count(b"\n") == 2
+    assert device.calls() == [] and device.path(BACKUP_LOG).is_dir()
 
 
 def test_old_backup_log_does_not_count(device):
@@ -431,6 +441,9 @@ def test_restore_that_succeeds_reboots_and_does_not_show_the_log(device, console
         (b"x" * 1023 + b"\nlast\n", b"x" * 1023 + b"\nlast\n"),
         (b"one\n" + b"x" * 1024 + b"\nlast\n", b"one\n"),
         (b"x" * 1024 + b"\nlast\n", b""),
+        (b"one\n" + b"x" * 1023, b"one\n" + b"x" * 1023 + b"\n"),
+        (b"one\n" + b"x" * 1024, b"one\n"),
+        (b"\xff\t\x1b[1m\r\n", b"\xff\t\x1b[1m\r\n"),
         (b"line\n" * 5000, b"line\n" * 5000),
     ],
 )
@@ -456,6 +469,14 @@ def test_restore_log_that_cannot_be_read_is_left_alone(device, console, status, 
     )
     assert transfer(console, b"restore") == outcome
     assert device.exists(RESTORE_LOG)
+
+
+@pytest.mark.parametrize("status, outcome", [(0, RESTORE_FINISHED), (1, RESTORE_FAILED)])
+def test_folder_in_place_of_the_restore_log_is_left_alone(device, console, status, outcome):
+    device.make_folder(RESTORE_LOG)
+    device.record_calls("backupconfig", b"exit %d" % status)
+    assert transfer(console, b"restore") == outcome
+    assert device.path(RESTORE_LOG).is_dir()
 
 
 def test_missing_backup_program_fails_the_restore(device, console):
