@@ -7,9 +7,12 @@ or hand a whole session to the shell through a pipe. Everything seen and typed i
 
 import io
 import os
+import select
 import shutil
 import signal
 import subprocess
+import termios
+import time
 from collections import namedtuple
 from pathlib import Path
 
@@ -38,6 +41,14 @@ WINDOW = (24, 4000)
 PATIENCE = 20
 
 RunResult = namedtuple("RunResult", "status output errors")
+
+
+def wait_until(condition):
+    """Waits until the condition holds, which nothing else announces."""
+    deadline = time.monotonic() + PATIENCE
+    while not condition():
+        assert time.monotonic() < deadline, "what is waited for does not happen"
+        time.sleep(0.01)
 
 
 def _without_crlf(screen):
@@ -157,9 +168,10 @@ class Device:
         start = [str(START), *(["--ftp"] if self._serves_ftp else [])]
         return ["/bin/sh", *start, str(self.root), str(PROGRAM_DIR), *(command or [SHELL])]
 
-    def console(self, *command):
-        """Opens a console; the shell, or the command given instead, has just been started."""
-        console = Console(self.start_command(command))
+    def console(self, *command, **terminal):
+        """Opens a console; the shell, or the command given instead, has just been started. What is
+        particular about the terminal is handed to Console."""
+        console = Console(self.start_command(command), **terminal)
         self._consoles.append(console)
         return console
 
@@ -201,19 +213,21 @@ class Device:
 
 
 class Console:
-    """A session at a terminal without control sequences."""
+    """A session at a terminal, which is one without control sequences unless the environment says
+    something else. Before the command starts, prepare is called in its process, where the terminal
+    is the standard input."""
 
-    def __init__(self, command):
+    def __init__(self, command, environment=None, window=WINDOW, prepare=lambda: None):
         self._shown = io.BytesIO()
         self._exchange_start = 0
         self._child = pexpect.spawn(
             command[0],
             command[1:],
-            env=ENVIRONMENT,
-            dimensions=WINDOW,
+            env=ENVIRONMENT if environment is None else environment,
+            dimensions=window,
             timeout=PATIENCE,
             maxread=65536,
-            preexec_fn=_as_found,
+            preexec_fn=lambda: (_as_found(), prepare()),
         )
         self._child.delaybeforesend = None
         self._child.delayafterread = None
@@ -291,6 +305,19 @@ class Console:
         status, rest = self.end()
         assert rest == line + b"\n", "the session does not end silently:\n" + _readable(rest)
         return status
+
+    def modes(self):
+        """How the terminal is set, as termios tells it."""
+        return termios.tcgetattr(self._child.fileno())
+
+    def hang_up(self):
+        """Closes the terminal, which is then gone for all who use it."""
+        self._child.ptyproc.fileobj.close()
+
+    def status_after_hang_up(self):
+        """Waits for the end of the session. Returns its exit status."""
+        wait_until(lambda: not self._child.isalive())
+        return self._child.exitstatus
 
     def close(self):
         if self._child.isalive():

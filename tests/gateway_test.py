@@ -8,13 +8,14 @@ import contextlib
 import os
 import pathlib
 import re
-import select
 import shutil
 import signal
 import subprocess
 
 import pexpect
 import pytest
+
+from sandbox import Sandbox
 
 TOP = pathlib.Path(__file__).resolve().parent.parent
 MAKE_ROOT = TOP / "gateway/make_root"
@@ -116,32 +117,6 @@ def fixture_other_gateway(tmp_path):
     gateway = Gateway(tmp_path / "other")
     with gateway.left_running:
         yield gateway
-
-
-class Sandbox:
-    """The processes of one running gateway, seen from outside."""
-
-    def __init__(self, gateway):
-        child = re.search(r'"child-pid": *(\d+)', gateway.file("/run/sandbox").read_text())
-        namespace = os.readlink(f"/proc/{child.group(1)}/ns/pid")
-        self.handles = []
-        for entry in pathlib.Path("/proc").glob("[0-9]*"):
-            try:
-                if os.readlink(entry / "ns/pid") == namespace:
-                    self.handles.append(os.pidfd_open(int(entry.name)))
-            except OSError:
-                pass  # of somebody else, or ended meanwhile
-        # At least the first process, the back end and the command.
-        assert len(self.handles) >= 3
-
-    def has_ended(self):
-        """Waits until all processes have ended; false when one has not in good time."""
-        for handle in self.handles:
-            ended, _, _ = select.select([handle], [], [], TIMEOUT)
-            os.close(handle)
-            if not ended:
-                return False
-        return True
 
 
 # --- the root folder ---
@@ -388,7 +363,7 @@ def test_the_gateway_outlives_keys_that_send_signals(gateway):
 
 def test_a_command_that_handles_no_signal_ends_by_ctrl_c(gateway):
     terminal = gateway.on_terminal("echo READY; exec sleep 1000")
-    sandbox = Sandbox(gateway)
+    sandbox = Sandbox(gateway.root)
     terminal.sendintr()
     terminal.expect(pexpect.EOF)
     terminal.close()
@@ -401,7 +376,7 @@ def test_a_closed_terminal_hangs_up_the_command_and_its_child(gateway):
         "trap 'hung_up=yes' HUP; echo READY; sleep 1000;"
         " echo status $? hung up $hung_up >/tmp/end"
     )
-    sandbox = Sandbox(gateway)
+    sandbox = Sandbox(gateway.root)
     terminal.ptyproc.fileobj.close()
     assert sandbox.has_ended()
     assert gateway.file("/tmp/end").read_text() == "status 129 hung up yes\n"
@@ -412,7 +387,7 @@ def test_a_late_hang_up_spares_a_logout_that_has_begun(gateway):
         "PATH_INFO=logout.cgi sleep 1000 & logout=$!; trap : HUP; echo READY;"
         " sleep 1000; kill -s 0 $logout && echo spared >/tmp/end"
     )
-    sandbox = Sandbox(gateway)
+    sandbox = Sandbox(gateway.root)
     terminal.ptyproc.fileobj.close()
     assert sandbox.has_ended()
     assert gateway.file("/tmp/end").read_text() == "spared\n"
@@ -456,7 +431,7 @@ def test_the_back_end_outlives_what_is_meant_for_the_command(gateway, number):
 @pytest.mark.parametrize("number", [signal.SIGHUP, signal.SIGINT, signal.SIGTERM])
 def test_without_a_terminal_signals_to_start_reach_the_command(gateway, number):
     process = gateway.background("echo READY; exec sleep 1000")
-    sandbox = Sandbox(gateway)
+    sandbox = Sandbox(gateway.root)
     process.send_signal(number)
     process.communicate(timeout=TIMEOUT)
     assert process.returncode == 128 + number
@@ -465,7 +440,7 @@ def test_without_a_terminal_signals_to_start_reach_the_command(gateway, number):
 
 def test_nothing_is_left_when_start_is_killed(gateway):
     process = gateway.background("echo READY; exec sleep 1000")
-    sandbox = Sandbox(gateway)
+    sandbox = Sandbox(gateway.root)
     process.kill()
     process.communicate(timeout=TIMEOUT)
     assert sandbox.has_ended()
@@ -473,7 +448,7 @@ def test_nothing_is_left_when_start_is_killed(gateway):
 
 def test_nothing_is_left_when_the_command_ends(gateway):
     process = gateway.background("sleep 1000 & setsid sleep 1000 & echo READY; read -r line")
-    sandbox = Sandbox(gateway)
+    sandbox = Sandbox(gateway.root)
     process.communicate(b"\n", timeout=TIMEOUT)
     assert process.returncode == 0
     assert sandbox.has_ended()
