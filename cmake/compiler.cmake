@@ -7,6 +7,22 @@ target_compile_options(tessel_compiler INTERFACE
 target_compile_definitions(tessel_compiler INTERFACE
   _TIME_BITS=64 _FILE_OFFSET_BITS=64
   $<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
+# Everything that is searched by fuzzing says at once when it does something undefined.
+if(TESSEL_FUZZ)
+  include(CheckCXXSourceCompiles)
+  set(CMAKE_REQUIRED_FLAGS -fsanitize=fuzzer,address,undefined)
+  check_cxx_source_compiles(
+    "extern \"C\" int LLVMFuzzerTestOneInput(const unsigned char*, unsigned long) { return 0; }"
+    TESSEL_HAS_LIBFUZZER)
+  unset(CMAKE_REQUIRED_FLAGS)
+  if(NOT TESSEL_HAS_LIBFUZZER)
+    message(FATAL_ERROR "Fuzzing needs clang with libFuzzer: install clang and libclang-rt-dev, "
+                        "and build with -DCMAKE_CXX_COMPILER=clang++")
+  endif()
+  set(fuzz_options -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all)
+  target_compile_options(tessel_compiler INTERFACE ${fuzz_options} -fno-omit-frame-pointer)
+  target_link_options(tessel_compiler INTERFACE ${fuzz_options})
+endif()
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
