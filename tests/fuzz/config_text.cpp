@@ -68,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         check_entries(file, syntax,
                       plain_entries(file, syntax.assignment, syntax.end, syntax.comment));
     }
-    if (!keyword.empty() && keyword.find_first_of(" \t\r\n#{\"") == std::string::npos) {
+    if (!keyword.empty() && keyword.find_first_of(" \t\r#{}\"") == std::string::npos) {
         check_sections(file, keyword);
     }
     const MemoryFile memory(file);
