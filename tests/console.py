@@ -299,6 +299,10 @@ class Console:
         self._child.wait()
         return self._child.exitstatus, _without_crlf(self._child.before)
 
+    def tell(self, number):
+        """Sends a signal to the session."""
+        self._child.kill(number)
+
     def leave(self, line=b"exit"):
         """Enters a line that ends the session. Returns the exit status; nothing may be printed."""
         self.enter(line)

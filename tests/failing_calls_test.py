@@ -1,0 +1,543 @@
+"""Whole sessions in which one of the calls to the system fails, the first or second time or every
+time. Nothing crashes or hangs, what does not depend on the call is as ever, the session logs out
+once, and settings wait for the next save.
+
+The program's calls to the C library fail by a library that is preloaded into it, see
+tools/failing_calls.cpp, and so do the line editor's reads. What the C library calls itself (fork
+within popen, write within fflush) cannot be replaced so; the full disk is a real one. Running out
+of memory ends the program and is not tried; the formats that the program hands to snprintf need
+none.
+"""
+
+import itertools
+import shutil
+import signal
+import subprocess
+from dataclasses import dataclass, field
+
+import pytest
+
+from console import (
+    ENVIRONMENT,
+    GREETING,
+    PATIENCE,
+    PROGRAM_DIR,
+    PROMPT,
+    REFUSAL,
+    SAVE_FILE,
+    SHELL,
+    RunResult,
+)
+
+LIBRARY = PROGRAM_DIR / "tests" / "failing_calls.so"
+RECORD = "/record/failures"
+
+MENU_TREE = b"""
+ITEM sip.cgi {
+ACL = auto
+CAP = "SIP settings"
+}
+ITEM forward.cgi {
+ACL = auto,extension
+CAP = "Call forwarding"
+}
+"""
+ACCOUNT = b"section admin {\nuser_name=admin\npassword=gateway\n}\n"
+EXTENSIONS = b"section extension {\n1=201\n}\n"
+HEADINGS = (
+    b"\n*** General configuration parts ***\n\n%s\n*** Extension configuration parts ***\n\n%s\n"
+)
+UNKNOWN_PART = b"ERROR: There is no such configuration part\n"
+UNKNOWN_EXTENSION = b"ERROR: There is no such an extension\n"
+FAILED_BACKUP = b"Configuration backup failed!\n"
+FAILED_RESTORE = b"Configuration restore failed.!\n"
+
+LOGIN = b"admin\ngateway\n"
+ANSWERS = b"10.0.0.1\n21\n/b\nftpuser\nftppass\n"
+# What is typed, step by step.
+TYPED = {
+    "login": LOGIN,
+    "list": b"list\n",
+    "get": b"get sip\n",
+    "get_extension": b"get forward 201\n",
+    "setting": b"a=1\n",
+    "save": b"save\n",
+    "show": b"show cm\n",
+    "log_ls": b"log_ls\n",
+    "other_setting": b"b=2\n",
+    "backup": b"backup\n" + ANSWERS,
+    "restore": b"restore\n" + ANSWERS,
+    "help": b"help exit\n",
+    "other_save": b"save\n",
+    "exit": b"exit\n",
+}
+
+
+def transfer(command, path, outcome):
+    start = b"%s\nStarting configuration %s...\n" % (command, command)
+    questions = (b"Server: 10.0.0.1\n", b"Port: 21\n", path + b": /b\n", b"Username: ftpuser\n")
+    return start + b"".join(PROMPT + question for question in questions) + outcome
+
+
+def backup(outcome):
+    return transfer(b"backup", b"Server path", outcome)
+
+
+def restore(outcome):
+    return transfer(b"restore", b"File path", outcome)
+
+
+# What is seen, step by step; between two steps stands the prompt.
+SEEN = {
+    "login": GREETING + b"Username: admin\n\n",
+    "list": b"list\n" + HEADINGS % (b"sip (SIP settings)\n", b"forward (Call forwarding)\n"),
+    "get": b"get sip\n\nSIP settings\n\nx=1\n\n\n",
+    "get_extension": b"get forward 201\n\nCall forwarding for extension 201\n\nx=1\n\n\n",
+    "setting": b"a=1\n",
+    "save": b"save\nError in a=1. no\nsaved\n",
+    "show": b"show cm\nthe log\n",
+    "log_ls": b"log_ls\n\ncm\nsip\nsip_reg\nQ.931\n\n",
+    "other_setting": b"b=2\n",
+    "backup": backup(b"Configuration backup finished!\n"),
+    "restore": restore(b"Configuration restore finished.!\nRebooting...\n"),
+    "help": b"help exit\n\nexit\t\tExit tessel.\n\n",
+    "other_save": b"save\nError in a=1. no\nsaved\n",
+    "exit": b"exit\n",
+}
+
+BASE = [b"GET", b"CGI2FastCGI", b"application/x-www-form-urlencoded"]
+SUMMARY_QUERY = b"cgiaction=Start generating a legible configuration file&"
+SAVE_QUERY = b"cgiaction=do_save&localHiddenFilename=" + SAVE_FILE.encode()
+GET_REQUEST = [b"getconfsummary.cgi", SUMMARY_QUERY + b"parampattern=sip", *BASE]
+GET_EXTENSION_REQUEST = [
+    b"getconfsummary.cgi",
+    SUMMARY_QUERY + b"cgiDescription=Call forwarding&extensionName=201",
+    *BASE,
+]
+SAVE_REQUEST = [b"putconf.cgi", SAVE_QUERY, *BASE]
+LOGOUT_REQUEST = [b"logout.cgi", b"unset", *BASE]
+REQUESTS = {
+    "get": GET_REQUEST,
+    "get_extension": GET_EXTENSION_REQUEST,
+    "save": SAVE_REQUEST,
+    "other_save": SAVE_REQUEST,
+    "logout": LOGOUT_REQUEST,
+}
+SAVED = [b"VERSION=2.1\na=1\n", b"VERSION=2.1\nb=2\n"]
+
+
+@dataclass
+class Outcome:
+    """How a session differs from one in which nothing fails. A step or request that is None does
+    not take place; of several texts for what is seen either may come. The last lines of the screen
+    may be some that belong to no step."""
+
+    seen: dict = field(default_factory=dict)
+    typed: dict = field(default_factory=dict)
+    requests: dict = field(default_factory=dict)
+    saved: list = field(default_factory=lambda: SAVED)
+    status: int = 0
+    last: bytes = b""
+
+
+UNCHANGED = Outcome()
+
+
+def without_login(question=b"Username: admin\n", typed=LOGIN):
+    """The outcome when nobody can log in: status 1 after the logout, and no more."""
+    return Outcome(
+        seen={**dict.fromkeys(SEEN), "login": GREETING + 3 * (question + REFUSAL)},
+        typed={"login": 3 * typed},
+        requests={**dict.fromkeys(REQUESTS), "logout": LOGOUT_REQUEST},
+        saved=[],
+        status=1,
+    )
+
+
+def ended_after(step, last):
+    """The outcome when input is at its end behind a step."""
+    steps = list(SEEN)
+    later = steps[steps.index(step) + 1 :]
+    return Outcome(
+        seen=dict.fromkeys(later),
+        requests={name: None for name in REQUESTS if name in later},
+        saved=SAVED[: 2 - ("save" in later) - ("other_save" in later)],
+        last=last,
+    )
+
+
+REFUSED_ONCE = GREETING + b"Username: admin\n" + REFUSAL + b"Username: admin\n\n"
+SECOND_LOGIN = Outcome(seen={"login": REFUSED_ONCE}, typed={"login": 2 * LOGIN})
+NO_MENU_TREE = Outcome(
+    seen={
+        "list": b"list\n" + HEADINGS % (b"", b""),
+        "get": b"get sip\n" + UNKNOWN_PART,
+        "get_extension": b"get forward 201\n" + UNKNOWN_PART,
+    },
+    requests={"get": None, "get_extension": None},
+)
+NO_EXTENSIONS = Outcome(
+    seen={"get_extension": b"get forward 201\n" + UNKNOWN_EXTENSION},
+    requests={"get_extension": None},
+)
+NO_VERSION = Outcome(saved=[b"VERSION=ENTRY_NOT_FOUND\na=1\n", SAVED[1]])
+NO_OTHER_VERSION = Outcome(saved=[SAVED[0], b"VERSION=ENTRY_NOT_FOUND\nb=2\n"])
+# The four files that are read on the way, in the order of reading; version.txt twice.
+READ_FILES = [NO_MENU_TREE, SECOND_LOGIN, NO_EXTENSIONS, NO_VERSION, NO_OTHER_VERSION]
+
+GET_WITHOUT_TEXT = b"get sip\n\nSIP settings\n\n\n\n"
+GET_EXTENSION_WITHOUT_TEXT = b"get forward 201\n\nCall forwarding for extension 201\n\n\n\n"
+GET_HALF = b"get sip\n\nSIP settings\n\n"
+NO_SUMMARY = Outcome(seen={"get": GET_WITHOUT_TEXT})
+NO_OTHER_SUMMARY = Outcome(seen={"get_extension": GET_EXTENSION_WITHOUT_TEXT})
+NO_SUMMARIES = Outcome(
+    seen={"get": GET_WITHOUT_TEXT, "get_extension": GET_EXTENSION_WITHOUT_TEXT}
+)
+NO_BACKUP = Outcome(typed={"backup": b"backup\n"}, seen={"backup": b"backup\n"})
+
+# call, which, how -> outcome
+FAILURES = {}
+
+
+def failure(call, which, errors, outcome):
+    for error in errors.split():
+        FAILURES[call, which, error] = outcome
+
+
+for number, file_outcome in enumerate(READ_FILES, start=1):
+    failure("open", number, "EMFILE EINTR", file_outcome)
+    failure("fstat", number, "EIO", file_outcome)
+    # Each file takes two reads, of which the second meets the end.
+    failure("read", 2 * number - 1, "EIO", file_outcome)
+    failure("read", 2 * number, "EIO", file_outcome)
+    failure("read", 2 * number - 1, "EINTR short", UNCHANGED)
+    failure("read", 2 * number, "EINTR", UNCHANGED)
+failure("open", "every", "EMFILE ENOMEM", without_login())
+failure("fstat", "every", "EIO", without_login())
+failure("read", "every", "EIO", without_login())
+failure("read", "every", "short", UNCHANGED)
+for which in (1, 2, "every"):
+    failure("close", which, "EIO EINTR", UNCHANGED)
+
+# The two summaries, the save file, the logs of backup and restore, and the save file once more.
+# A save file that cannot be made leaves the back end with that of the save before.
+failure("fopen", 1, "EMFILE", NO_SUMMARY)
+failure("fopen", 2, "EIO", NO_OTHER_SUMMARY)
+failure("fopen", 3, "ENOSPC EACCES", Outcome(saved=[b"no file\n", SAVED[1]]))
+failure("fopen", 4, "EMFILE", UNCHANGED)
+failure("fopen", 5, "EMFILE", UNCHANGED)
+failure("fopen", 6, "ENOSPC", Outcome(saved=[SAVED[0], SAVED[0]]))
+failure(
+    "fopen", "every", "EMFILE", Outcome(seen=NO_SUMMARIES.seen, saved=2 * [b"no file\n"])
+)
+failure("fread", 1, "EIO EINTR", NO_SUMMARY)
+failure("fread", 2, "EIO", NO_OTHER_SUMMARY)
+failure("fread", "every", "EIO", NO_SUMMARIES)
+# Seven bytes of the summary, which are not all of VERSION=1 but the word itself.
+failure("fread", 1, "short", Outcome(seen={"get": GET_HALF + b"VERSION\n\n"}))
+failure("fclose", 1, "EIO", UNCHANGED)
+failure("fclose", 2, "EIO", UNCHANGED)
+failure("fclose", "every", "ENOSPC", UNCHANGED)
+
+# The log of a backup: FINISHED
+failure("getc", 1, "EIO", UNCHANGED)
+failure("getc", 2, "EIO", Outcome(seen={"backup": backup(FAILED_BACKUP)}))
+failure("getc", "every", "EIO", UNCHANGED)
+for which in (1, 2, "every"):
+    failure("unlink", which, "EIO EACCES", UNCHANGED)
+
+# The back end's answers: two lines each for the gets and the saves, and then their end.
+# The shell does not wait for the client then, which may not have written the summary yet.
+HASTY = {
+    "get": (SEEN["get"], GET_WITHOUT_TEXT),
+    "get_extension": (SEEN["get_extension"], GET_EXTENSION_WITHOUT_TEXT),
+}
+failure("fgets", 1, "EIO", Outcome(seen={"get": HASTY["get"]}))
+failure("fgets", 2, "EIO", UNCHANGED)
+failure("fgets", 7, "EIO", Outcome(seen={"save": b"save\n"}))
+failure("fgets", 8, "EIO", Outcome(seen={"save": b"save\nError in a=1. no\n"}))
+failure("fgets", 9, "EIO", UNCHANGED)
+failure(
+    "fgets", "every", "EIO", Outcome(seen={**HASTY, "save": b"save\n", "other_save": b"save\n"})
+)
+failure("popen", 1, "EMFILE", Outcome(seen={"get": GET_HALF}, requests={"get": None}))
+failure(
+    "popen",
+    2,
+    "EAGAIN",
+    Outcome(
+        seen={"get_extension": b"get forward 201\n\nCall forwarding for extension 201\n\n"},
+        requests={"get_extension": None},
+    ),
+)
+failure(
+    "popen", 3, "ENOMEM", Outcome(seen={"save": b"save\n"}, requests={"save": None}, saved=SAVED[1:])
+)
+failure("popen", 5, "ENOMEM", Outcome(requests={"logout": None}))
+failure(
+    "popen",
+    "every",
+    "ENOMEM EMFILE",
+    Outcome(
+        seen={
+            "get": GET_HALF,
+            "get_extension": b"get forward 201\n\nCall forwarding for extension 201\n\n",
+            "save": b"save\n",
+            "other_save": b"save\n",
+        },
+        requests=dict.fromkeys(REQUESTS),
+        saved=[],
+    ),
+)
+for which in (1, 2, "every"):
+    failure("pclose", which, "EINTR ECHILD", UNCHANGED)
+
+# The five variables of a request: a request without one of them.
+VARIABLES = {1: 2, 2: 0, 3: 1, 4: 3, 5: 4}  # the place in a request of those set one after another
+
+
+def without(request, *places):
+    return [b"unset" if place in places else value for place, value in enumerate(request)]
+
+
+for number, place in VARIABLES.items():
+    failure(
+        "setenv",
+        number,
+        "ENOMEM",
+        Outcome(
+            requests={"get": without(GET_REQUEST, place)},
+            seen=NO_SUMMARY.seen if number == 2 else {},  # it is the name of the program
+        ),
+    )
+failure(
+    "setenv",
+    "every",
+    "ENOMEM",
+    Outcome(
+        seen={
+            "get": GET_WITHOUT_TEXT,
+            "get_extension": GET_EXTENSION_WITHOUT_TEXT,
+            "save": b"save\n",
+            "other_save": b"save\n",
+        },
+        requests={name: without(REQUESTS[name], 0, 1, 2, 3, 4) for name in REQUESTS},
+        saved=[],
+    ),
+)
+failure("unsetenv", 1, "EINVAL", UNCHANGED)
+failure("unsetenv", 2, "EINVAL", UNCHANGED)
+failure(
+    "unsetenv",
+    "every",
+    "EINVAL",
+    Outcome(requests={"logout": [b"logout.cgi", SAVE_QUERY, *BASE]}),
+)
+FAILED_SYSTEM = {
+    "show": b"show cm\n",
+    "backup": backup(FAILED_BACKUP),
+    "restore": restore(FAILED_RESTORE),
+}
+for number, (step, shown) in enumerate(FAILED_SYSTEM.items(), start=1):
+    failure("system", number, "EAGAIN ENOMEM", Outcome(seen={step: shown}))
+failure("system", 4, "EAGAIN", UNCHANGED)  # reboot
+failure("system", "every", "EAGAIN", Outcome(seen=FAILED_SYSTEM))
+
+# Questions: the line that would have answered is left for the next one.
+failure(
+    "readline",
+    1,
+    "EIO",
+    Outcome(
+        typed={"login": b"gateway\n" + LOGIN},
+        seen={"login": GREETING + REFUSAL + b"Username: admin\n\n"},
+    ),
+)
+failure("readline", 2, "EIO", ended_after("login", last=b""))
+failure("readline", "every", "EIO", without_login(question=b""))
+failure(
+    "getpass",
+    1,
+    "EIO EMFILE",
+    Outcome(typed={"login": b"admin\n" + LOGIN}, seen={"login": REFUSED_ONCE}),
+)
+failure("getpass", 2, "EIO", Outcome(typed={"backup": b"backup\n10.0.0.1\n21\n/b\nftpuser\n"}))
+failure("getpass", "every", "EIO", without_login(typed=b"admin\n"))
+
+failure("gettimeofday", 1, "EINVAL", NO_BACKUP)
+failure("gettimeofday", "every", "EINVAL", NO_BACKUP)
+failure("localtime", 1, "EINVAL", NO_BACKUP)
+failure("localtime", "every", "EINVAL", NO_BACKUP)
+failure("timer_create", 1, "EAGAIN ENOMEM", UNCHANGED)
+for which in (1, 2, "every"):
+    failure("sigaction", which, "EINVAL", UNCHANGED)
+    failure("fflush", which, "EIO ENOSPC EINTR", UNCHANGED)
+failure("isatty", 1, "ENOTTY", UNCHANGED)
+failure("setvbuf", 2, "ENOMEM", UNCHANGED)
+
+# Nothing can be done about a screen that takes no text: what is printed with the call is missing.
+failure("fwrite", 1, "EIO", Outcome(seen={"login": b"Username: admin\n\n"}))
+failure("fwrite", 2, "EIO EINTR", Outcome(seen={"login": GREETING + b"Username: admin\n"}))
+failure("fwrite", 1, "short", Outcome(seen={"login": GREETING[:17] + b"Username: admin\n\n"}))
+failure("printf", 1, "EIO", Outcome(seen={"log_ls": b"log_ls\n\nsip\nsip_reg\nQ.931\n\n"}))
+failure("printf", 2, "EIO", Outcome(seen={"log_ls": b"log_ls\n\ncm\nsip_reg\nQ.931\n\n"}))
+failure(
+    "printf", "every", "EIO", Outcome(seen={"log_ls": b"log_ls\n\n\n", "help": b"help exit\n\n\n"})
+)
+failure(
+    "puts", 1, "EIO", Outcome(seen={"log_ls": b"log_ls\n\ncm\nsip\nsip_reg\nQ.931"})
+)
+failure("putchar", 1, "EIO", Outcome(seen={"help": b"help exit\nexit\t\tExit tessel.\n\n"}))
+failure("putchar", "every", "EIO", Outcome(seen={"help": b"help exit\nexit\t\tExit tessel.\n"}))
+failure("fputc", 1, "ENOSPC", Outcome(saved=[b"VERSION=2.1a=1\n", SAVED[1]]))
+failure("fputc", "every", "ENOSPC", Outcome(saved=[b"VERSION=2.1a=1", b"VERSION=2.1b=2"]))
+
+# The line editor's own reads, a byte each: the typed lines end with an error and go on after an
+# interruption.
+failure("libreadline/read", 1, "EINTR", UNCHANGED)
+failure("libreadline/read", 2, "EINTR", UNCHANGED)
+failure("libreadline/read", len(b"admin\nlist\n") + 1, "EIO", ended_after("list", last=PROMPT))
+failure("libreadline/read", "every", "EIO", without_login(question=b"Username: "))
+
+
+@pytest.fixture
+def gateway(device):
+    """A device of few parts, whose back end and transfer programs note what they are asked."""
+    device.write("/etc/menutree.conf", MENU_TREE)
+    device.write("/etc/tarn-conf/telephony/extensiondb", EXTENSIONS)
+    device.write("/etc/version.txt", b"Version: 2.1\n")
+    device.write("/tmp/acldb", ACCOUNT)
+    device.write("/var/log/cm.log", b"the log\n")
+    device.stand_in(
+        "fcgiclient",
+        b"""printf '%s|%s|%s|%s|%s\\n' "${PATH_INFO-unset}" "${QUERY_STRING-unset}" \\
+    "${REQUEST_METHOD-unset}" "${REMOTE_ADDR-unset}" "${CONTENT_TYPE-unset}" >>/record/requests
+case ${PATH_INFO-unset} in
+getconfsummary.cgi) printf 'VERSION=1\\nx=1\\n' >/tmp/script_legconftmp.txt ;;
+putconf.cgi)
+    [ -e /tmp/consoleLCFile ] || echo 'no file' >/tmp/consoleLCFile
+    cat /tmp/consoleLCFile >>/record/saved
+    echo ---- >>/record/saved
+    ;;
+*) exit ;;
+esac
+printf '#ERRORa#VAL1#MSGno#END\\nsaved\\n'
+""",
+    )
+    device.stand_in("wput", b"echo FINISHED")
+    device.stand_in("wget", b"echo archive")
+    device.stand_in("backupconfig", b"cat >/dev/null; echo restored >/tmp/restorelog.txt")
+    device.stand_in("reboot", b"")
+    shutil.copy(LIBRARY, device.path("/record/failing_calls.so"))
+    return device
+
+
+def merged(usual, changes):
+    steps = {**usual, **changes}
+    return [steps[name] for name in usual if steps[name] is not None]
+
+
+def requests(device):
+    if not device.exists("/record/requests"):
+        return []
+    return [line.split(b"|") for line in device.read("/record/requests").splitlines()]
+
+
+def saved(device):
+    return device.read("/record/saved").split(b"----\n")[:-1] if device.exists("/record/saved") else []
+
+
+def screens(outcome):
+    """All the screens that the outcome allows."""
+    steps = [text if isinstance(text, tuple) else (text,) for text in merged(SEEN, outcome.seen)]
+    return [PROMPT.join(texts) + outcome.last for texts in itertools.product(*steps)]
+
+
+def check(device, result, outcome):
+    assert result.output in screens(outcome)
+    assert result.status == outcome.status
+    assert requests(device) == merged(REQUESTS, outcome.requests)
+    assert saved(device) == outcome.saved
+
+
+def failing_shell(call, which, how):
+    """The command that runs the shell with a failing call."""
+    return (
+        "/bin/env",
+        "LD_PRELOAD=/record/failing_calls.so",
+        f"FAIL={call}:{which}:{how}",
+        f"FAIL_RECORD={RECORD}",
+        SHELL,
+    )
+
+
+def test_nothing_fails(gateway):
+    check(gateway, gateway.run(b"".join(TYPED.values())), UNCHANGED)
+
+
+@pytest.mark.parametrize("call, which, how", FAILURES)
+def test_call_fails(gateway, call, which, how):
+    outcome = FAILURES[call, which, how]
+    typed = b"".join(merged(TYPED, outcome.typed))
+    result = gateway.run(typed, *failing_shell(call, which, how))
+    failed = gateway.read(RECORD).count(b"\n") if gateway.exists(RECORD) else 0
+    assert failed > 0 if which == "every" else failed == 1, "the failure is not met"
+    check(gateway, result, outcome)
+
+
+# On a console
+
+
+def failing_console(device, call, which, how):
+    return device.console(*failing_shell(call, which, how))
+
+
+@pytest.mark.parametrize("number", [2, 3, 4])
+def test_terminal_that_is_none_any_more_ends_the_session(gateway, number):
+    """The shell looks after every answer: to the user name, the password and the prompt."""
+    console = failing_console(gateway, "isatty", number, "EIO")
+    console.read_until(b"Username: ")
+    if number > 2:
+        console.exchange(b"admin", b"Password: ")
+    if number > 3:
+        console.exchange(b"gateway", PROMPT, echo=b"")
+    console.enter({2: b"admin", 3: b"gateway", 4: b"save"}[number])
+    status, _ = console.end()
+    assert gateway.read(RECORD) == b"failed\n"
+    assert status == (0 if number == 4 else 1)
+    assert requests(gateway) == [LOGOUT_REQUEST]
+
+
+@pytest.mark.parametrize("call", ["timer_create", "timer_settime"])
+def test_request_to_end_needs_no_timer_at_the_prompt(gateway, call):
+    console = failing_console(gateway, call, "every", "EAGAIN")
+    console.log_in()
+    console.tell(signal.SIGTERM)
+    assert console.end()[0] == 0
+    assert gateway.read(RECORD) == b"failed\n"
+    assert requests(gateway) == [LOGOUT_REQUEST]
+
+
+# A full disk
+
+
+def test_full_disk_under_tmp(gateway):
+    """Until the backup gives some room back: the first save file is empty and is submitted as it
+    is; what is typed later is saved."""
+    gateway.stand_in("wput", b"rm /tmp/filler\necho FINISHED")
+    script = """
+cp -a "$1/tmp" "$1/record/tmp" && mount -t tmpfs -o size=64k tessel "$1/tmp" &&
+    cp -a "$1/record/tmp/." "$1/tmp" && ! head -c 1M /dev/zero 2>/dev/null >"$1/tmp/filler" || exit 99
+shift
+exec "$@"
+"""
+    done = subprocess.run(
+        ["unshare", "--map-root-user", "--mount", "sh", "-c", script, "sh", gateway.root]
+        + gateway.start_command(),
+        input=b"".join(TYPED.values()),
+        capture_output=True,
+        env=ENVIRONMENT,
+        timeout=PATIENCE,
+    )
+    result = RunResult(done.returncode, done.stdout, done.stderr)
+    check(gateway, result, Outcome(seen=NO_SUMMARIES.seen, saved=[b"", SAVED[1]]))
