@@ -1,0 +1,348 @@
+"""What an integrator gets: the source archive, the installed files and the Debian package, which is
+put into a root that has never seen the project and taken out again."""
+
+import os
+import re
+import shutil
+import subprocess
+import tarfile
+from pathlib import Path
+
+import pytest
+
+from console import PROGRAM_DIR, SOURCE_DIR
+
+PATIENCE = 600
+WORK = PROGRAM_DIR / "package"
+PACKAGE = "tessel"
+PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
+
+DOCUMENTS = sorted(
+    path.name for path in (SOURCE_DIR / "docs").iterdir() if path.suffix in (".md", ".svg")
+)
+
+
+def run(*command, **options):
+    """Runs a command that must succeed and returns what it printed."""
+    done = subprocess.run(
+        [str(word) for word in command],
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+        text=True,
+        timeout=PATIENCE,
+        check=False,
+        **options,
+    )
+    assert done.returncode == 0, f"{command}\n{done.stdout}"
+    return done.stdout
+
+
+def project_version():
+    listing = (SOURCE_DIR / "CMakeLists.txt").read_text()
+    return re.search(r"project\(tessel VERSION (\S+)", listing).group(1)
+
+
+def tracked_files():
+    """What belongs to the sources, committed or new."""
+    listed = run(
+        "git", "-c", "safe.directory=*", "-C", SOURCE_DIR,
+        "ls-files", "--cached", "--others", "--exclude-standard",
+    )  # fmt: skip
+    return {name for name in listed.splitlines() if (SOURCE_DIR / name).is_file()}
+
+
+def files_in(archive):
+    """The files in a source archive, without the folder that holds them all."""
+    folder = archive.name[: -len(".tar.gz")] + "/"
+    with tarfile.open(archive) as opened:
+        names = [member.name for member in opened if not member.isdir()]
+    assert all(name.startswith(folder) for name in names), "all lies in one folder"
+    return {name[len(folder) :] for name in names}
+
+
+def files_below(folder):
+    return {
+        str(path.relative_to(folder))
+        for path in folder.rglob("*")
+        if path.is_symlink() or not path.is_dir()
+    }
+
+
+@pytest.fixture(scope="module", name="archive")
+def fixture_archive():
+    run("cmake", "--build", PROGRAM_DIR, "--target", "package_source")
+    return PROGRAM_DIR / f"tessel-{project_version()}.tar.gz"
+
+
+@pytest.fixture(scope="module", name="build")
+def fixture_build(archive):
+    """A build of the unpacked source archive, with no option at all. The build is kept, so that the
+    next time only what has changed is compiled."""
+    source = WORK / "source"
+    shutil.rmtree(source, ignore_errors=True)
+    with tarfile.open(archive) as opened:
+        opened.extractall(source)
+    build = WORK / "build"
+    run("cmake", "-S", source / archive.name[: -len(".tar.gz")], "-B", build)
+    run("cmake", "--build", build, "-j2")
+    return build
+
+
+@pytest.fixture(scope="module", name="package")
+def fixture_package(build):
+    """The Debian package, made from that build."""
+    for old in build.glob("*.deb"):
+        old.unlink()
+    run("cpack", cwd=build)
+    (package,) = build.glob("*.deb")
+    return package
+
+
+# The sources
+
+
+def test_the_source_archive_holds_the_sources_and_nothing_else(archive):
+    assert files_in(archive) == tracked_files()
+
+
+def test_the_source_archive_builds_itself_again(archive, build):
+    run("cmake", "--build", build, "--target", "package_source")
+    assert files_in(build / archive.name) == files_in(archive)
+
+
+def test_the_version_stands_in_one_place():
+    version = project_version()
+    others = {
+        name
+        for name in tracked_files() - {"CMakeLists.txt"}
+        if re.search(rf"(?<![\d.]){re.escape(version)}(?![\d.])", read_text(SOURCE_DIR / name))
+    }
+    assert others <= {"CHANGELOG.md"}
+
+
+def read_text(path):
+    return path.read_text(encoding="utf-8", errors="replace")
+
+
+def test_the_change_log_begins_with_the_version():
+    first = re.search(r"^## (.*)$", read_text(SOURCE_DIR / "CHANGELOG.md"), re.MULTILINE).group(1)
+    assert re.fullmatch(rf"{re.escape(project_version())} \(\d{{4}}-\d\d-\d\d\)", first)
+
+
+def test_the_licence_is_the_licence():
+    licence = Path("/usr/share/common-licenses/GPL-3").read_bytes()
+    assert (SOURCE_DIR / "COPYING").read_bytes() == licence
+
+
+# Installation
+
+
+def installed_files(prefix, bin_folder="bin", man="share/man", doc="share/doc/tessel"):
+    return {
+        f"{prefix}/{bin_folder}/tessel",
+        f"{prefix}/{man}/man8/tessel.8",
+        *(f"{prefix}/{doc}/{name}" for name in ("README.md", "CONTRIBUTING.md", "CHANGELOG.md", "COPYING")),
+        *(f"{prefix}/{doc}/docs/{name}" for name in DOCUMENTS),
+    }  # fmt: skip
+
+
+def test_install_honours_prefix_and_destdir(build, tmp_path):
+    run("cmake", "--install", build, "--prefix", "/opt/x", env={**os.environ, "DESTDIR": str(tmp_path)})
+    assert files_below(tmp_path) == installed_files("opt/x")
+    page = (tmp_path / "opt/x/share/man/man8/tessel.8").read_text()
+    assert f".Os tessel {project_version()}\n" in page
+
+
+def test_install_honours_other_folders(build, tmp_path):
+    folders = {"BINDIR": "sbin", "MANDIR": "man", "DOCDIR": "doc"}
+    names = [f"CMAKE_INSTALL_{name}" for name in folders]
+    try:
+        run("cmake", *(f"-D{name}={value}" for name, value in zip(names, folders.values())), build)
+        run("cmake", "--install", build, "--prefix", tmp_path / "x")
+    finally:
+        run("cmake", *(f"-U{name}" for name in names), build)
+    assert files_below(tmp_path) == installed_files("x", "sbin", "man", "doc")
+
+
+# The package
+
+
+def test_the_package_has_nothing_that_lintian_minds(package):
+    output = run(
+        "lintian", "--allow-root", "--pedantic", "-I", "--fail-on", "error,warning,info,pedantic",
+        package, env={**os.environ, "LC_ALL": "C.UTF-8"},
+    )  # fmt: skip
+    told = [line for line in output.splitlines() if "root privileges" not in line]
+    assert told == []
+
+
+def test_the_package_holds_what_is_installed(package, tmp_path):
+    run("dpkg-deb", "-x", package, tmp_path)
+    documents = "usr/share/doc/tessel"
+    expected = installed_files("usr") - {
+        "usr/share/man/man8/tessel.8",
+        f"{documents}/COPYING",
+        f"{documents}/CHANGELOG.md",
+    }
+    expected |= {
+        "usr/share/man/man8/tessel.8.gz",
+        "usr/share/lintian/overrides/tessel",
+        *(f"{documents}/{name}" for name in ("copyright", "changelog.gz", "changelog.Debian.gz")),
+    }
+    assert files_below(tmp_path) == expected
+    version = run("dpkg-deb", "-f", package, "Version").strip()
+    assert version == project_version() + "-1"
+
+
+class ThrowawayRoot:
+    """A root folder with no more than a package manager and what the package depends on, made of
+    the files of the host's own packages. Commands run in it as root of a sandbox, so that the host
+    stays as it is and no rights are needed."""
+
+    NEEDED = ("dpkg", "dash", "debianutils", "coreutils", "sed", "grep", "tar", "libc-bin", "diffutils")
+    # Not what makes a system work.
+    LEFT_OUT = ("/usr/share/doc/", "/usr/share/man/", "/usr/share/locale/", "/usr/share/info/")
+
+    def __init__(self, folder, dependencies):
+        self.folder = folder
+        for name in ("bin", "sbin", "lib", "lib64"):
+            (folder / "usr" / name).mkdir(parents=True)
+            (folder / name).symlink_to(f"usr/{name}")
+        for name in ("dev", "proc", "tmp", "etc", "var/log"):
+            (folder / name).mkdir(parents=True, exist_ok=True)
+        for name in ("info", "updates", "triggers", "parts"):
+            (folder / "var/lib/dpkg" / name).mkdir(parents=True)
+        self._status = []
+        for package in self._closure([*self.NEEDED, *dependencies]):
+            self._copy(package)
+        (folder / "var/lib/dpkg/status").write_text("\n".join(self._status))
+        (folder / "var/lib/dpkg/info/format").write_text("1\n")
+        if not (folder / "bin/sh").exists():
+            (folder / "bin/sh").symlink_to("dash")
+        (folder / "etc/shells").write_text("# /etc/shells: valid login shells\n/bin/sh\n")
+        (folder / "etc/passwd").write_text("root:x:0:0:root:/root:/bin/sh\n")
+        (folder / "etc/group").write_text("root:x:0:\n")
+        self.run("dpkg", "--configure", "--pending")
+
+    @staticmethod
+    def _closure(wanted):
+        """Those packages of the host and what they depend on, by their full names."""
+        packages = {}
+        listed = run("dpkg-query", "-W", "-f", "${binary:Package}\t${Pre-Depends}, ${Depends}\t${Provides}\n")
+        for line in listed.splitlines():
+            full, depends, provides = line.split("\t")
+            for name in (full.split(":")[0], *re.findall(r"[a-z0-9][a-z0-9.+-]*(?= \(|,|$)", provides)):
+                packages.setdefault(name, (full, depends))
+        found = {}
+        wanted = list(wanted)
+        while wanted:
+            alternatives = [re.match(r"[a-z0-9.+-]*", word.strip()).group() for word in wanted.pop().split("|")]
+            known = [name for name in alternatives if name in packages]
+            if known and packages[known[0]][0] not in found:
+                full, depends = packages[known[0]]
+                found[full] = True
+                wanted += [word for word in depends.split(",") if word.strip()]
+        return list(found)
+
+    def _copy(self, package):
+        info = Path("/var/lib/dpkg/info")
+        for path in info.glob(f"{package}.*"):
+            shutil.copy2(path, self.folder / "var/lib/dpkg/info")
+        for name in (info / f"{package}.list").read_text().splitlines():
+            source, target = Path(name), self.folder / name.lstrip("/")
+            if name.startswith(self.LEFT_OUT) or not (source.is_symlink() or source.exists()):
+                continue
+            if source.is_dir() and not source.is_symlink():
+                target.mkdir(parents=True, exist_ok=True)
+            elif not target.exists() and os.access(source, os.R_OK):
+                target.parent.mkdir(parents=True, exist_ok=True)
+                shutil.copy2(source, target, follow_symlinks=False)
+        self._status.append(run("dpkg-query", "-s", package))
+
+    def run(self, *command, status=0, **options):
+        """Runs a command in the root and returns what it printed."""
+        done = subprocess.run(
+            [
+                "bwrap", "--unshare-all", "--unshare-user", "--uid", "0", "--gid", "0", "--cap-add", "ALL",
+                "--die-with-parent", "--bind", self.folder, "/", "--dev", "/dev", "--proc", "/proc",
+                "--chdir", "/", "env", "-i", f"PATH={PATH}", "HOME=/root", "LC_ALL=C", "TERM=dumb", *command,
+            ],
+            stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT,
+            text=True,
+            timeout=PATIENCE,
+            check=False,
+            **options,
+        )  # fmt: skip
+        assert done.returncode == status, f"{command}\n{done.stdout}"
+        return done.stdout
+
+    def install(self, package):
+        shutil.copy(package, self.folder / "tmp/package.deb")
+        output = self.run("dpkg", "--force-unsafe-io", "-i", "/tmp/package.deb")
+        (self.folder / "tmp/package.deb").unlink()
+        assert "warning" not in output and "error" not in output, output
+        assert self.run("dpkg", "--audit") == ""
+
+    def shells(self):
+        return [line for line in (self.folder / "etc/shells").read_text().splitlines() if PACKAGE in line]
+
+    def snapshot(self):
+        """Every file with its content, but for the package manager's own notes."""
+        return {
+            name: path.read_bytes() if path.is_file() and not path.is_symlink() else os.readlink(path)
+            for name in files_below(self.folder)
+            if not name.startswith(("var/lib/dpkg/", "var/log/", "var/cache/"))
+            for path in [self.folder / name]
+        }
+
+
+@pytest.fixture(scope="module", name="newer_package")
+def fixture_newer_package(package, tmp_path_factory):
+    """The same package under a higher version."""
+    folder = tmp_path_factory.mktemp("newer")
+    run("dpkg-deb", "-R", package, folder / "tree")
+    control = folder / "tree/DEBIAN/control"
+    control.write_text(re.sub(r"(?m)^Version: .*$", "Version: 999.0-1", control.read_text()))
+    run("dpkg-deb", "--root-owner-group", "-b", folder / "tree", folder / "newer.deb")
+    return folder / "newer.deb"
+
+
+@pytest.fixture(name="root")
+def fixture_root(package, tmp_path):
+    dependencies = run("dpkg-deb", "-f", package, "Depends").split(",")
+    return ThrowawayRoot(tmp_path / "root", dependencies)
+
+
+def test_the_package_installs_upgrades_and_purges_cleanly(root, package, newer_package):
+    before = root.snapshot()
+    registered = ["/usr/bin/tessel"]
+
+    root.install(package)
+    assert root.shells() == registered
+    assert root.run("dpkg", "--verify", PACKAGE) == ""
+    # It starts, with no more than the package asks for; without a device nobody can log in.
+    screen = root.run("tessel", status=1, input="")
+    assert screen.startswith("Please, login as an Administrator\n\nUsername: ")
+
+    root.install(newer_package)
+    assert root.shells() == registered
+    assert "Version: 999.0-1" in root.run("dpkg", "-s", PACKAGE)
+
+    root.run("dpkg", "--remove", PACKAGE)
+    assert root.shells() == []
+    root.install(package)
+    assert root.shells() == registered
+    output = root.run("dpkg", "--purge", PACKAGE)
+    assert "warning" not in output and "not empty" not in output, output
+    after = root.snapshot()
+    assert after == before
+
+
+def test_a_shell_that_cannot_be_removed_stays_registered(root, package):
+    """prerm has unregistered it when the removal fails; postinst is asked to put that right."""
+    root.install(package)
+    root.run("/var/lib/dpkg/info/tessel.prerm", "remove")
+    assert root.shells() == []
+    root.run("/var/lib/dpkg/info/tessel.postinst", "abort-remove")
+    assert root.shells() == ["/usr/bin/tessel"]
