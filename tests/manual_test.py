@@ -1,0 +1,146 @@
+"""The manual page beside the program: all that is fixed in the code stands in the page, and its
+examples are what somebody at the development gateway sees."""
+
+import re
+import subprocess
+
+import pytest
+
+from console import PROGRAM_DIR, SOURCE_DIR, START, Console
+
+PAGE = PROGRAM_DIR / "tessel.8"
+PRODUCT_FOLDERS = ("shell", "config", "catalogue", "session", "cgi", "save", "backup", "logs")
+
+# Texts in the code that are no message, no path and nothing that another program or file sees.
+NOT_FOR_READERS = {
+    "r", "w",  # how a file is opened
+    "'", "'\\''", "%", "%25", "$`\"\\",  # quoting an address
+    "0123456789ABCDEF",
+    "{\n", "}\n",  # section marks, with the end of the line
+    "#", "=", "@", ":", "/", " (", ")\n", ": ",
+}  # fmt: skip
+EMPTY = {"", "\n", "\n\n", " "}
+
+# One alternative matches a comment or a character, so that no quote in it opens a text.
+TOKEN = re.compile(r"//[^\n]*|/\*.*?\*/|'(?:\\.|[^'\\])+'|\"((?:\\.|[^\"\\\n])*)\"", re.DOTALL)
+JOINT = re.compile(r"\"\s*\n\s*\"")
+ESCAPES = {"n": "\n", "t": "\t", "0": "\0", '"': '"', "\\": "\\", "'": "'"}
+CONVERSION = re.compile(r"%\d*[sd]")
+
+
+def product_sources():
+    for folder in PRODUCT_FOLDERS:
+        for path in sorted((SOURCE_DIR / folder).iterdir()):
+            if path.suffix in (".cpp", ".h") and not path.name.endswith("_test.cpp"):
+                yield path
+
+
+def texts_in(source):
+    """The string literals of a C++ source, without those that name headers."""
+    code = JOINT.sub("", re.sub(r"(?m)^#.*$", "", source))
+    for token in TOKEN.finditer(code):
+        if token.group(1) is not None:
+            yield re.sub(r"\\(.)", lambda escape: ESCAPES[escape.group(1)], token.group(1))
+
+
+def squeeze(text):
+    return re.sub(r"\s+", " ", text)
+
+
+@pytest.fixture(scope="module", name="page")
+def fixture_page():
+    """The page as its readers see it, on one line."""
+    shown = subprocess.run(
+        ["mandoc", "-T", "ascii", "-O", "width=78", PAGE], capture_output=True, text=True, check=True
+    ).stdout
+    return squeeze(re.sub(".\b", "", shown))
+
+
+def test_lint_has_nothing_to_say():
+    done = subprocess.run(
+        ["mandoc", "-T", "lint", PAGE], capture_output=True, text=True, check=False
+    )
+    # Which other pages this machine has says nothing about this one.
+    told = [
+        line
+        for line in (done.stdout + done.stderr).splitlines()
+        if "outdated mandoc.db" not in line and "referenced manual not found" not in line
+    ]
+    assert told == []
+
+
+@pytest.mark.parametrize("path", product_sources(), ids=lambda path: path.name)
+def test_the_page_holds_every_fixed_text_of(path, page):
+    missing = [
+        text
+        for text in texts_in(path.read_text())
+        if text not in NOT_FOR_READERS | EMPTY
+        for piece in CONVERSION.split(text)
+        if squeeze(piece).strip() not in page
+    ]
+    assert missing == []
+
+
+def test_texts_that_readers_need_not_know_are_those_of_the_code():
+    texts = {text for path in product_sources() for text in texts_in(path.read_text())}
+    assert NOT_FOR_READERS <= texts
+    assert len(texts) > 100
+
+
+def command_rows():
+    table = (SOURCE_DIR / "shell/command_table.cpp").read_text()
+    return re.findall(r'\{"(\w+)", \w+, "([^"]+)"\}', table)
+
+
+def test_the_page_describes_every_command():
+    source = PAGE.read_text().split(".Sh COMMANDS\n")[1].split("\n.Sh ")[0]
+    described = re.findall(r"(?m)^\.It Ic (\w+).*\n\.Dq (.*)\.$", source)
+    assert described == command_rows()
+    assert len(described) == 9
+
+
+# The examples
+
+# What is typed at a question for a password does not show.
+HIDDEN_ANSWERS = {"Password:": b"gateway", "tessel:> Password:": b"secret"}
+QUESTION = re.compile(r"(Username:|Password:|tessel:> (?:Server|Port|Server path|File path|Username|Password):|tessel:>)(?: (.*))?")
+# When a file was transferred, and how long it is.
+VARYING = re.compile(r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d (URL:.*?) \[\d+\]", re.MULTILINE)
+
+
+def examples():
+    text = (SOURCE_DIR / "docs/tessel.8").read_text().split("\n.Sh EXAMPLES\n")[1].split("\n.Sh ")[0]
+    return re.findall(r"(?ms)^\.Bd -literal -offset indent\n(.*?)^\.Ed$", text)
+
+
+def comparable(screen):
+    lines = (line.expandtabs().rstrip() for line in screen.splitlines())
+    return VARYING.sub(r"\1", "\n".join(lines))
+
+
+def play(console, example):
+    """Types what the example shows behind its questions. Returns the exit status."""
+    for line in example.splitlines():
+        asked = QUESTION.fullmatch(line)
+        if asked:
+            question, answer = asked.group(1), (asked.group(2) or "").encode()
+            console.read_until(b"\n" + question.encode() + b" ")
+            console.enter(HIDDEN_ANSWERS.get(question, answer))
+    return console.end()[0]
+
+
+def test_the_examples_are_what_the_gateway_shows(device):
+    """One after the other, on one device."""
+    assert len(examples()) == 4
+    for example in examples():
+        assert "\\" not in example, "the examples are shown as they stand"
+        name = re.search(r"nightly/(config_\S+\.bin)", example)
+        if name:
+            (backup,) = device.path("/home/backup/nightly").iterdir()
+            backup.rename(backup.with_name(name.group(1)))
+        console = Console(["/bin/sh", str(START), "--ftp", str(device.root), str(PROGRAM_DIR)])
+        try:
+            assert play(console, example) == 0
+        finally:
+            console.close()
+        assert comparable(console.screen.decode()) == comparable(example)
