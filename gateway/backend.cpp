@@ -217,8 +217,9 @@ void record(const Request& request) {
     if (!request.query.empty()) {
         line += ' ' + request.query;
     }
-    std::replace_if(
-        line.begin(), line.end(), [](char c) { return c >= 0 && c < ' '; }, '?');
+    // Whether char has a sign differs from target to target.
+    const auto is_control = [](char c) { return static_cast<unsigned char>(c) < ' '; };
+    std::replace_if(line.begin(), line.end(), is_control, '?');
     std::ofstream log(request_log_path, std::ios::app);
     log << line << '\n';
     log.close();
