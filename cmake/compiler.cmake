@@ -24,11 +24,19 @@ if(TESSEL_FUZZ)
   target_link_options(tessel_compiler INTERFACE ${fuzz_options})
 endif()
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-include(CheckPIESupported)
-check_pie_supported(LANGUAGES CXX)
+option(TESSEL_STATIC "Link everything into the program: for a system without the libraries" OFF)
+if(TESSEL_STATIC)
+  set(CMAKE_FIND_LIBRARY_SUFFIXES .a)
+  # An archive of Readline does not tell that it needs the terminal library.
+  set(CMAKE_CXX_STANDARD_LIBRARIES "${CMAKE_CXX_STANDARD_LIBRARIES} -ltinfo")
+else()
+  include(CheckPIESupported)
+  check_pie_supported(LANGUAGES CXX)
+endif()
 
 function(tessel_link_program target)
   target_link_options(${target} PRIVATE
+    $<$<BOOL:${TESSEL_STATIC}>:-static>
     $<$<BOOL:${TESSEL_STATIC_CXX}>:-static-libstdc++;-static-libgcc>
     $<$<CONFIG:Release>:-Wl,-z,relro,-z,now,-z,noexecstack,--gc-sections,--as-needed>)
 endfunction()
