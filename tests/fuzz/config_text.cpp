@@ -36,17 +36,16 @@ void check_entries(std::string_view file, const config_text::EntrySyntax& syntax
 
 void check_sections(const std::string& file, const std::string& keyword) {
     const config_text::SectionSyntax syntax(keyword.c_str(), "{\n", "}\n");
-    std::string_view rest = file;
+    config_text::SectionCursor cursor(file, syntax, '#');
     config_text::Section section;
     for (const PlainSection& expected : plain_sections(file, keyword)) {
-        require(config_text::next_section(rest, syntax, '#', section),
-                "there is a further section");
+        require(cursor.next(section), "there is a further section");
         require_inside(section.header, file);
         require_inside(section.body, file);
         require_equal(section.header, expected.header, "header");
         check_entries(section.body, {}, expected.entries);
     }
-    require(!config_text::next_section(rest, syntax, '#', section), "there is no further section");
+    require(!cursor.next(section), "there is no further section");
 }
 
 // Three characters that mean nothing else and no two things.
