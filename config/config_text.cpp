@@ -175,6 +175,9 @@ int read_file(const char* path, FileText& text) {
 }
 
 std::size_t find_text(std::string_view text, std::string_view part, std::size_t from) {
+    if (text.size() < from + part.size() || text.empty()) {
+        return std::string_view::npos;
+    }
     if (part.size() == 1) {
         return text.find(part.front(), from);
     }
