@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 
 #include "backup/transfer.h"
@@ -74,7 +75,9 @@ std::string words_of(const std::string& piece) {
             "the command interpreter starts");
     posix_spawn_file_actions_destroy(&actions);
     int status = 0;
-    require(waitpid(child, &status, 0) == child, "the command interpreter ends");
+    while (waitpid(child, &status, 0) != child) {  // the fuzzer's clock interrupts it
+        require(errno == EINTR, "the command interpreter ends");
+    }
     require_equal(content_of(errors.descriptor()), "", "the command interpreter's complaints");
     require(status == 0, "the command interpreter is content");
     return content_of(output.descriptor());
