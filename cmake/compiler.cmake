@@ -4,6 +4,11 @@ target_compile_options(tessel_compiler INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   $<$<BOOL:${TESSEL_WERROR}>:-Werror>
   $<$<CONFIG:Release>:-fstack-protector-strong -ffunction-sections -fdata-sections>)
+if(TESSEL_SANITIZERS)
+  set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all)
+  target_compile_options(tessel_compiler INTERFACE ${sanitizers} -fno-omit-frame-pointer)
+  target_link_options(tessel_compiler INTERFACE ${sanitizers})
+endif()
 target_compile_definitions(tessel_compiler INTERFACE
   _TIME_BITS=64 _FILE_OFFSET_BITS=64
   $<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)

@@ -38,7 +38,7 @@ ENVIRONMENT = {**os.environ, "TERM": "dumb"}
 # Wide enough for the line editor to show every line that is typed here as it is, in one row.
 WINDOW = (24, 4000)
 # Seconds until a missing answer is a failure; only ever used up by a test that fails.
-PATIENCE = 20
+PATIENCE = int(os.environ.get("TESSEL_TEST_PATIENCE") or 20)
 
 RunResult = namedtuple("RunResult", "status output errors")
 
@@ -202,14 +202,21 @@ class Device:
             yield "output of a run", _readable(run.stdout)
             yield "errors of a run", _readable(run.stderr)
 
+    def memory_errors(self):
+        """What the sanitizers or valgrind have reported of the shell, when it runs under them."""
+        reports = [path.read_text(errors="replace") for path in self.path("/record").glob("memory.*")]
+        return "\n".join(report for report in reports if report)
+
     def close(self):
         for console in self._consoles:
             console.close()
+        errors = self.memory_errors()
         # Tests take rights away from folders. The last process of a console may still be at work.
         subprocess.run(["chmod", "-R", "u+rwX", self.root], check=False, stderr=subprocess.DEVNULL)
         for _ in range(10):
             shutil.rmtree(self.root, ignore_errors=True)
         assert not self.root.exists(), f"{self.root} cannot be removed"
+        assert not errors, errors
 
 
 class Console:

@@ -13,6 +13,8 @@ TRACE = (
     "-xx",
     "--string-limit=1000000",
     "--signal=none",
+    # The leak sanitizer does not work on a traced program.
+    "--env=ASAN_OPTIONS=detect_leaks=0",
     "--trace=write,writev,pwrite64",
     SHELL,
 )

@@ -55,8 +55,8 @@ void stop_failing() {
 
 [[gnu::constructor]] void read_environment() {
     const char* fail = std::getenv("FAIL");
-    // The program that sets the environment is not the one that is meant.
-    if (fail == nullptr || std::strcmp(program_invocation_short_name, "env") == 0) {
+    // Not the programs that start it.
+    if (fail == nullptr || std::strcmp(program_invocation_short_name, "tessel") != 0) {
         return;
     }
     char number[16] = "";

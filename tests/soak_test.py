@@ -1,0 +1,116 @@
+"""A session of 10,000 commands: memory, open files and children do not grow with it."""
+
+import subprocess
+from dataclasses import dataclass
+
+from console import ENVIRONMENT, PROMPT
+
+COMMANDS = 10_000
+WARM_UP = 1_000
+# What the line editor's history keeps of a line, in bytes: the line, a time and an entry, each in a
+# block of its own, and room in a list that doubles.
+HISTORY = 128
+PAGE = 4096
+PATIENCE = 600
+
+# One command in five starts other programs.
+ROUND = [
+    b"list",
+    b"get sip",
+    b"a=1",
+    b"b=2 and more",
+    b"help",
+    b"help nothing",
+    b"log_ls",
+    b"show nothing",
+    b"get nothing",
+    b"get ext_forward 999",
+    b"get",
+    b"c=3",
+    b"w" * 300,
+    b"show",
+    b"",
+    b"save",
+    b"save",
+    b"show cm",
+    b"get ext_forward 201",
+]
+BACKUP = [b"backup", b"10.0.0.1", b"21", b"/b", b"user", b"secret"]
+RESTORE = [b"restore", b"10.0.0.1", b"21", b"/b", b"user", b"secret"]
+
+# Notes what the process that has asked for the part "measured" holds.
+CLIENT = rb"""
+case $QUERY_STRING in
+*parampattern=measured)
+    for process in /proc/[0-9]*; do
+        read -r name <"$process/comm" || continue
+        [ "$name" = tessel ] || continue
+        shell=${process#/proc/}
+        while read -r key value rest; do
+            [ "$key" != VmRSS: ] || resident=$value
+        done <"$process/status"
+        set -- "$process"/fd/*
+        descriptors=$#
+    done
+    children=0
+    for process in /proc/[0-9]*; do
+        while read -r key value; do
+            [ "$key $value" != "PPid: $shell" ] || children=$((children + 1))
+        done <"$process/status"
+    done 2>/dev/null
+    echo "$resident $descriptors $children" >>/record/measured
+    ;;
+*cgiaction=Start*) printf 'VERSION=1\nx=1\n' >/tmp/script_legconftmp.txt ;;
+esac
+printf '#ERRORa#VAL1#MSGno#END\n'
+"""
+
+
+@dataclass
+class Held:
+    resident: int  # kB
+    descriptors: int
+    children: int
+
+
+def commands():
+    """The typed lines of 10,000 commands, the first of which warm up; both end with a measure."""
+    lines = []
+    for number in range(1, COMMANDS + 1):
+        if number in (WARM_UP, COMMANDS):
+            lines.append(b"get measured")
+        elif number % 100 == 50:
+            lines.extend(BACKUP)
+        elif number % 100 == 0:
+            lines.extend(RESTORE)
+        else:
+            lines.append(ROUND[number % len(ROUND)])
+    return lines
+
+
+def test_ten_thousand_commands_take_no_more_memory_files_or_children(device):
+    menu_tree = device.read("/etc/menutree.conf")
+    device.write("/etc/menutree.conf", menu_tree + b"\nITEM measured.cgi {\nACL = auto\n}\n")
+    device.stand_in("fcgiclient", CLIENT)
+    device.stand_in("wput", b"echo FINISHED")
+    device.stand_in("wget", b"echo archive")
+    device.stand_in("backupconfig", b"read -r archive; echo restored >/tmp/restorelog.txt")
+    device.stand_in("reboot", b"")
+    lines = commands()
+    session = subprocess.run(
+        device.start_command(),
+        input=b"\n".join([b"admin", b"gateway", *lines, b"exit\n"]),
+        capture_output=True,
+        env=ENVIRONMENT,
+        timeout=PATIENCE,
+    )
+    assert session.returncode == 0, session.stderr
+    questions = 4 * (lines.count(b"backup") + lines.count(b"restore"))
+    assert session.stdout.count(PROMPT) == COMMANDS + 1 + questions
+
+    notes = device.read("/record/measured").splitlines()
+    warm, end = (Held(*map(int, note.split())) for note in notes)
+    assert (warm.children, end.children) == (1, 1)
+    assert end.descriptors == warm.descriptors
+    grown = 1024 * (end.resident - warm.resident)
+    assert grown <= HISTORY * (len(lines) - WARM_UP) + 16 * PAGE, f"{warm} has become {end}"
