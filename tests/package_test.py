@@ -15,6 +15,7 @@ from console import PROGRAM_DIR, SOURCE_DIR
 PATIENCE = 600
 WORK = PROGRAM_DIR / "package"
 PACKAGE = "tessel"
+REGISTERED = ["/bin/tessel", "/usr/bin/tessel"]
 PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
 
 DOCUMENTS = sorted(
@@ -316,23 +317,21 @@ def fixture_root(package, tmp_path):
 
 def test_the_package_installs_upgrades_and_purges_cleanly(root, package, newer_package):
     before = root.snapshot()
-    registered = ["/usr/bin/tessel"]
-
     root.install(package)
-    assert root.shells() == registered
+    assert root.shells() == REGISTERED
     assert root.run("dpkg", "--verify", PACKAGE) == ""
     # It starts, with no more than the package asks for; without a device nobody can log in.
     screen = root.run("tessel", status=1, input="")
     assert screen.startswith("Please, login as an Administrator\n\nUsername: ")
 
     root.install(newer_package)
-    assert root.shells() == registered
+    assert root.shells() == REGISTERED
     assert "Version: 999.0-1" in root.run("dpkg", "-s", PACKAGE)
 
     root.run("dpkg", "--remove", PACKAGE)
     assert root.shells() == []
     root.install(package)
-    assert root.shells() == registered
+    assert root.shells() == REGISTERED
     output = root.run("dpkg", "--purge", PACKAGE)
     assert "warning" not in output and "not empty" not in output, output
     after = root.snapshot()
@@ -345,4 +344,4 @@ def test_a_shell_that_cannot_be_removed_stays_registered(root, package):
     root.run("/var/lib/dpkg/info/tessel.prerm", "remove")
     assert root.shells() == []
     root.run("/var/lib/dpkg/info/tessel.postinst", "abort-remove")
-    assert root.shells() == ["/usr/bin/tessel"]
+    assert root.shells() == REGISTERED
