@@ -15,6 +15,8 @@ from console import ENVIRONMENT, PATIENCE, PROGRAM_DIR, SOURCE_DIR, Console
 GATEWAY = SOURCE_DIR / "gateway"
 RECIPES = (SOURCE_DIR / "docs/login.md").read_text()
 GREETING = b"Please, login as an Administrator\n\n"
+# For terminals that know control sequences.
+PLAIN_EDITING = b"set enable-bracketed-paste off\n"
 SIP = b"\nSIP settings\n\nsip.transport=udp\n"
 
 
@@ -29,6 +31,10 @@ def recipe(file, about=""):
     ]
     assert len(found) == 1, f"{len(found)} recipes for {file} with {about!r}"
     return found[0]
+
+
+# An init insists on being the first process.
+INIT = ("/usr/bin/env", "-i", "/usr/bin/unshare", "--pid", "--fork", "--kill-child", "/sbin/init")
 
 
 class Sandbox:
@@ -94,7 +100,7 @@ def expect_session(console):
 def fixture_line(device):
     """A device with a serial line that a command serves."""
     device.remove("/sbin")
-    device.write("/etc/inputrc", b"set enable-bracketed-paste off\n")
+    device.write("/etc/inputrc", PLAIN_EDITING)
     device.write("/opt/serial_line", (SOURCE_DIR / "tests/serial_line").read_bytes())
 
     def serve(*command):
@@ -120,11 +126,7 @@ def test_getty_from_inittab(device, line):
     for name in ("/sbin/init", "/sbin/getty"):
         use_host_program(device, name, "/usr/bin/busybox")
     device.write("/etc/inittab", recipe("/etc/inittab", "ttyS0::").encode())
-    # An init insists on being the first process.
-    console = line(
-        "/usr/bin/env", "-i", "/usr/bin/unshare", "--pid", "--fork", "--kill-child", "/sbin/init"
-    )  # fmt: skip
-    expect_sessions_on(console)
+    expect_sessions_on(line(*INIT))
 
 
 def agetty_commands():
@@ -148,15 +150,9 @@ def test_agetty(device, line, command):
 WAIT_FOR_PORT = "until grep -q ':%04X .* 0A ' /proc/net/tcp /proc/net/tcp6; do sleep 0.02; done\n"
 
 
-def test_telnetd_from_inetd(device):
-    device.write("/etc/inetd.conf", recipe("/etc/inetd.conf").encode())
-    device.write("/etc/services", b"telnet 23/tcp\n")
-    device.write("/etc/protocols", b"tcp 6 TCP\n")
-    server = "/usr/sbin/inetutils-inetd /etc/inetd.conf\n"
-    client = "exec inetutils-telnet 127.0.0.1"
-    console = Sandbox(device).console("sh", "-c", server + WAIT_FOR_PORT % 23 + client)
+def expect_telnet_session(console):
     seen = console.read_until(GREETING)
-    assert b"Linux" not in seen
+    assert b"Linux" not in seen, "nothing is told about the system"
     # The echo of what is typed comes from the other end.
     for question, answer in (
         (b"Username: ", b"admin"),
@@ -167,7 +163,27 @@ def test_telnetd_from_inetd(device):
         console.enter(answer)
     assert SIP in console.read_until(b"\ntessel:> ")
     console.enter(b"exit")
-    assert b"Connection closed by foreign host." in console.end()[1]
+    assert b"Connection closed by foreign host" in console.end()[1]
+
+
+def test_telnetd_from_inetd(device):
+    device.write("/etc/inetd.conf", recipe("/etc/inetd.conf").encode())
+    device.write("/etc/services", b"telnet 23/tcp\n")
+    device.write("/etc/protocols", b"tcp 6 TCP\n")
+    server = "/usr/sbin/inetutils-inetd /etc/inetd.conf\n"
+    client = "exec inetutils-telnet 127.0.0.1 23"
+    expect_telnet_session(Sandbox(device).console("sh", "-c", server + WAIT_FOR_PORT % 23 + client))
+
+
+def test_busybox_telnetd_from_inittab(device):
+    device.remove("/sbin")
+    for name in ("/sbin/init", "/bin/busybox"):
+        use_host_program(device, name, "/usr/bin/busybox")
+    device.write("/etc/inputrc", PLAIN_EDITING)
+    device.write("/etc/inittab", recipe("/etc/inittab", "telnetd").encode())
+    server = f"setsid {' '.join(INIT)} </dev/null >/dev/null 2>&1 &\n"
+    client = "exec inetutils-telnet 127.0.0.1 23"
+    expect_telnet_session(Sandbox(device).console("sh", "-c", server + WAIT_FOR_PORT % 23 + client))
 
 
 # Over ssh. The servers run as the account's own user, who may take no port below 1024.
