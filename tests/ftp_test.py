@@ -1,11 +1,10 @@
-"""backup and restore on real programs: wput and wget, an FTP server, the device's backup program and
-its back end."""
+"""backup and restore on real programs: wput and wget, an FTP server, the device's backup program
+and its back end."""
 
 import ast
 import hashlib
 import re
 import shutil
-import subprocess
 from datetime import datetime, timezone
 
 import pexpect
@@ -243,23 +242,25 @@ def test_server_that_drops_the_connection_in_mid_transfer(device, size, log):
     console = device.log_in()
     before = state(device)
     assert backup(console) == BACKUP_FAILED
-    assert all(len(content) <= size for name, content in archives(device).items() if name != b"x.bin")
+    uploaded = [content for name, content in archives(device).items() if name != b"x.bin"]
+    assert all(len(content) <= size for content in uploaded)
     assert_refused(device, console, restore(console, b"x.bin"), log, before)
 
 
 END_SERVER = b"""
+echo x >/record/server_ends
 for process in /proc/[0-9]*; do
     if grep -qs ftp_server "$process/cmdline"; then kill -KILL "${process#/proc/}"; fi
 done
-echo x >/record/server_ended
 """
 
 
 def test_server_that_ends_in_mid_upload(device):
-    device.stand_in("backupconfig", b"echo the first half\n" + END_SERVER + b"echo the second half\n")
+    halves = (b"echo the first half\n", b"echo the second half\n")
+    device.stand_in("backupconfig", END_SERVER.join(halves))
     console = device.log_in()
     assert backup(console) == BACKUP_FAILED
-    assert device.exists("/record/server_ended")
+    assert device.exists("/record/server_ends")
     # Not the end of the session's backups: the next start brings the server back.
     assert backup(console) == BACKUP_FAILED
 
@@ -277,7 +278,7 @@ def test_server_that_ends_in_mid_download(device):
     console = device.log_in()
     before = state(device)
     outcome = restore(console, b"x.bin")
-    assert device.exists("/record/server_ended")
+    assert device.exists("/record/server_ends")
     assert_refused(device, console, outcome, CUT, before)
 
 
@@ -377,6 +378,15 @@ def logins(device):
     lines = device.read(FTP_LOG).decode().splitlines()
     words = (line[len("login ") :] for line in lines if line.startswith("login "))
     return [tuple(ast.literal_eval(f"[{each}]")) for each in words]
+
+
+def test_user_name_is_decoded_by_the_clients(device):
+    device.serve_ftp("--any-login")
+    console = device.log_in()
+    assert backup(console, user=b"a%3Ab%3ac%2Fd") == BACKUP_FINISHED
+    (name,) = archives(device)
+    assert restore(console, name, user=b"a%3Ab%3ac%2Fd").endswith(RESTORE_FINISHED)
+    assert logins(device) == [("a:b:c/d", "secret")] * 2
 
 
 def delivered(device, passwords):

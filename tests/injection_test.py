@@ -118,12 +118,18 @@ SHIFTED = (
     {"password": "p@127.0.0.1:2121/X"},
     {"password": "X@127.0.0.1:2121/X"},
     {"password": "X@X"},
+    # A backslash that escapes the closing quote turns what is within quotes inside out.
+    {"user": "u\\", "path": "X"},
+    {"user": "u%5C", "path": "X"},
+    {"user": "u%5c", "path": "X"},
+    {"user": "X\\", "path": "X\\"},
 )
 # Such as have been seen to run behind the back of wput, when nobody minds them.
 DANGEROUS = (
     "$(touch canary)",
     "`touch canary`",
     '";touch canary;"',
+    ";touch canary #",
     '\\$(touch canary)"',
     '\\";touch canary;\\"',
     "%24(touch canary)",
@@ -275,6 +281,14 @@ def test_commands_do_run_when_nobody_minds_the_interpreter_behind_wput(device, a
     typed = ["$(touch canary)", "`touch canary`", '";touch canary;"']
     runs = typed + ([escaped(text) for text in typed] if form == "decoded" else [])
     cases = [shifted(answers, text) for text in runs]
+    assert cases_that_ran(device, careless_lines(cases), cases) == cases
+
+
+def test_commands_do_run_when_nobody_minds_a_backslash_before_the_quote(device):
+    # Not into the same folder: of two clients that make it at once one gives up.
+    path = "dir/{};touch canary #"
+    users = ("u\\", "u%5C", "u%5c")
+    cases = [{**GOOD, "user": u, "path": path.format(i)} for i, u in enumerate(users)]
     assert cases_that_ran(device, careless_lines(cases), cases) == cases
 
 
