@@ -259,6 +259,24 @@ class Console:
     def enter(self, line):
         self.type(line + b"\r")
 
+    def paste(self, text, patience=PATIENCE):
+        """Types more than a terminal takes at once, and looks at the screen meanwhile."""
+        self._exchange_start = self._shown.tell()
+        terminal = self._child.fileno()
+        deadline = time.monotonic() + patience
+        os.set_blocking(terminal, False)
+        while text:
+            assert time.monotonic() < deadline, f"the last {len(text)} bytes are not taken"
+            readable, writable, _ = select.select([terminal], [terminal], [], 1)
+            if readable:
+                self._child.read_nonblocking(65536, timeout=0)
+            if writable:
+                try:
+                    text = text[os.write(terminal, text[:4096]) :]
+                except BlockingIOError:
+                    pass  # there was room, but not enough
+        os.set_blocking(terminal, True)
+
     def read_until(self, text):
         """Waits for the text. Returns what was seen before it and the text itself."""
         try:

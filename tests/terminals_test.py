@@ -1,0 +1,206 @@
+"""Terminals of all kinds, and what people type and paste at them: what a command prints is the same
+everywhere, byte for byte. Only what the line editor adds differs: echo, prompt, control sequences."""
+
+import os
+import re
+import termios
+
+import pytest
+
+from console import (
+    ENVIRONMENT,
+    PASSWORD,
+    PATIENCE,
+    PROMPT,
+    REFUSAL,
+    SAVE_FILE,
+    USER,
+    WINDOW,
+    wait_until,
+)
+
+LOGIN = USER + b"\n" + PASSWORD + b"\n"
+UMLAUTS = "Grüße, 線路 ☎".encode()
+LATIN_1 = b"Gr\xfc\xdfe"
+TERMINALS = [None, "", "dumb", "no-such-terminal", "vt100", "xterm"]
+WINDOWS = [(0, 0), (1, 1), (24, 80)]
+COMMANDS = [b"list", b"help", b"help help", b"get sip", b"log_ls", b"show cm", b"show x", b"a=1",
+            b"b=2", b"save", b"save"]  # fmt: skip
+PASTE_START = b"\x1b[200~"
+PASTE_END = b"\x1b[201~"
+PASTE_PATIENCE = 3 * PATIENCE
+
+ESCAPE_SEQUENCE = re.compile(rb"\x1b(\[[0-9;?]*[ -/]*[@-~]|[()][0-9A-B]|[=>78MDEHc])|[\x00-\x20]")
+
+
+@pytest.fixture(autouse=True)
+def prepare(device):
+    device.record_requests(
+        answer=b"#ERRORname#VAL" + UMLAUTS + b"#MSG" + LATIN_1 + b"#END\\n",
+        summary=b"VERSION=2.1.4\nname=" + UMLAUTS + b"\nother=" + LATIN_1 + b"\n",
+    )
+    device.write("/var/log/cm.log", b"tab\there, bell\x07, " + UMLAUTS + b"\n" + LATIN_1 + b"\n")
+    device.write(
+        "/etc/menutree.conf",
+        b'ITEM /cgi-bin/sip.cgi {\n ACL = auto\n CAP = "' + UMLAUTS + b'"\n}\n'
+        b'ITEM /cgi-bin/dns.cgi {\n ACL = auto\n CAP = "' + LATIN_1 + b'"\n}\n',
+    )
+
+
+def environment(term):
+    others = {name: value for name, value in ENVIRONMENT.items() if name != "TERM"}
+    return others if term is None else {**others, "TERM": term}
+
+
+def printed_without_a_terminal(device):
+    """What each of the commands prints when the session is fed by a pipe."""
+    output = device.run(LOGIN + b"".join(line + b"\n" for line in COMMANDS)).output
+    _, *exchanges = output.split(b"\n" + PROMPT)
+    printed = []
+    for line, exchange in zip(COMMANDS, exchanges):
+        echo, _, answer = exchange.partition(b"\n")
+        assert echo == line
+        printed.append(answer + b"\n" if answer else b"")
+    return printed
+
+
+def is_editing(console):
+    """Whether the line editor has the terminal, and shows itself what is typed."""
+    return not console.modes()[3] & termios.ICANON
+
+
+def modes_of_a_new_terminal(prepare=lambda terminal: None):
+    ours, its = os.openpty()
+    prepare(its)
+    modes = termios.tcgetattr(its)
+    os.close(ours)
+    os.close(its)
+    return modes
+
+
+def log_in(console):
+    # Narrow terminals fold the prompt, so that there is nothing to be waited for.
+    console.read_until(b"Administrator\n\n")
+    wait_until(lambda: is_editing(console))
+    console.enter(USER)
+    console.read_until(b"Password: ")
+    console.enter(PASSWORD)
+    wait_until(lambda: is_editing(console))
+
+
+@pytest.mark.parametrize("window", WINDOWS, ids="{0[0]}x{0[1]}".format)
+@pytest.mark.parametrize("term", TERMINALS)
+def test_commands_print_the_same_on_every_terminal(device, term, window):
+    expected = printed_without_a_terminal(device)
+    assert UMLAUTS in b"".join(expected)
+    console = device.console(environment=environment(term), window=window)
+    log_in(console)
+    for line, answer in zip(COMMANDS, expected):
+        console.enter(line)
+        if answer:
+            before = console.read_until(answer)[: -len(answer)]
+            # Before it comes what the editor shows: prompts and what was typed, in whatever way.
+            shown = ESCAPE_SEQUENCE.sub(b"", before)
+            assert set(shown) <= set(PROMPT + b"".join(COMMANDS))
+        wait_until(lambda: is_editing(console))
+    console.type(b"\x04")
+    status, rest = console.end()
+    assert status == 0
+    assert console.modes() == modes_of_a_new_terminal()
+    assert set(ESCAPE_SEQUENCE.sub(b"", rest)) <= set(PROMPT)
+
+
+# A modem line tells of its carrier unless it is set to be local; a terminal that is lost is held
+# elsewhere. Neither way may the session change how the line is set.
+@pytest.mark.parametrize("local", [True, False])
+def test_serial_line_is_left_as_it_was_found(device, local):
+    def prepare_line(terminal):
+        modes = termios.tcgetattr(terminal)
+        modes[2] = modes[2] | termios.CLOCAL if local else modes[2] & ~termios.CLOCAL
+        modes[2] |= termios.HUPCL
+        modes[4] = modes[5] = termios.B9600
+        termios.tcsetattr(terminal, termios.TCSANOW, modes)
+
+    expected = modes_of_a_new_terminal(prepare_line)
+    printed = printed_without_a_terminal(device)
+    console = device.console(prepare=lambda: prepare_line(0))
+    console.log_in()
+    for line, answer in zip(COMMANDS, printed):
+        assert console.command(line) == answer
+    assert console.leave() == 0
+    assert console.modes() == expected
+
+
+# What is typed
+
+
+def saved(device, console):
+    console.enter(b"save")
+    console.read_until(b"Error in name")
+    return device.read(SAVE_FILE).split(b"\n", 1)[1]
+
+
+@pytest.mark.parametrize("term", ["dumb", "vt100", "xterm"])
+@pytest.mark.parametrize("text", [UMLAUTS.replace(b" ", b""), LATIN_1, bytes(range(0x80, 0x100))])
+def test_typed_setting_keeps_its_bytes(device, term, text):
+    console = device.console(environment=environment(term))
+    console.log_in()
+    console.enter(b"name=" + text)
+    assert saved(device, console) == b"name=" + text + b"\n"
+
+
+@pytest.mark.parametrize("text", [UMLAUTS, LATIN_1])
+def test_typed_user_name_and_password_keep_their_bytes(device, text):
+    device.write(
+        "/tmp/acldb", b"section admin {\nuser_name=" + text + b"\npassword=" + text + b"\n}\n"
+    )
+    console = device.console()
+    console.read_until(b"Username: ")
+    console.enter(text)
+    console.read_until(b"Password: ")
+    console.enter(text)
+    console.read_until(b"\n\n" + PROMPT)
+
+
+# What is pasted
+
+
+@pytest.mark.parametrize("term, window", [("dumb", WINDOW), ("xterm", (24, 80))])
+def test_pasted_line_of_100000_characters_is_one_line(device, term, window):
+    console = device.console(environment=environment(term), window=window)
+    log_in(console)
+    console.paste(b"a=1 " + b"x" * 100_000 + b"\r" + b"y" * 100_000 + b"\r", PASTE_PATIENCE)
+    assert saved(device, console) == b"a=1\n"
+
+
+def test_pasted_password_of_100000_characters_is_a_wrong_one(device):
+    console = device.console()
+    console.read_until(b"Username: ")
+    console.enter(USER)
+    console.read_until(b"Password: ")
+    console.paste(b"x" * 100_000 + b"\r")
+    console.read_until(REFUSAL + b"Username: ")
+    console.enter(USER)
+    console.read_until(b"Password: ")
+    console.enter(PASSWORD)
+    console.read_until(PROMPT)
+
+
+@pytest.mark.parametrize("term", ["dumb", "xterm"])
+def test_pasted_10000_lines_are_all_handled(device, term):
+    console = device.console(environment=environment(term))
+    log_in(console)
+    lines = b"".join(b"s%d=1\r" % number for number in range(10_000))
+    console.paste(lines, PASTE_PATIENCE)
+    assert saved(device, console) == b"".join(b"s%d=1\n" % number for number in range(9900, 10_000))
+
+
+# A terminal that says what is pasted has it taken as one line, in which line feeds are characters.
+def test_pasted_10000_lines_in_brackets_are_one_line(device):
+    console = device.console(environment=environment("xterm"))
+    log_in(console)
+    lines = b"".join(b"s%d=1\r" % number for number in range(10_000))
+    console.paste(PASTE_START + b"b=1 " + lines + PASTE_END, PASTE_PATIENCE)
+    console.enter(b"")
+    console.enter(b"a=1")
+    assert saved(device, console) == b"b=1\na=1\n"
