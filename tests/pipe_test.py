@@ -1,12 +1,14 @@
-"""Sessions that are fed by a pipe, without a terminal."""
+"""Sessions that are fed by a pipe or a file: without a terminal, with one, and from far away."""
 
 import os
+import pwd
 import random
+import socket
 import subprocess
 
 import pytest
 
-from console import GREETING, PATIENCE, PROMPT, REFUSAL, SAVE_FILE
+from console import ENVIRONMENT, GREETING, PASSWORD, PATIENCE, PROMPT, REFUSAL, SAVE_FILE, RunResult
 
 LOGIN = b"admin\ngateway\n"
 LOGGED_IN = GREETING + b"Username: admin\n\n" + PROMPT
@@ -177,3 +179,209 @@ def test_session_goes_on_to_its_end_when_nobody_reads_it(device):
     assert finished.returncode == 0
     assert device.read(SAVE_FILE) == b"VERSION=2.1.4\na=1\n"
     assert logouts(device) == 1
+
+
+# Where standard error goes the same way as standard output
+
+BOTH_TO_ONE = ("/bin/sh", "-c", "exec tessel 2>&1")
+
+
+def test_order_of_output_and_errors_in_one_pipe(device):
+    device.stand_in("cat", b"echo output; echo error >&2; echo output")
+    result = device.run(LOGIN + b"log_ls\nshow cm\nshow x\nshow cm\n", *BOTH_TO_ONE)
+    show = b"show cm\noutput\nerror\noutput\n" + PROMPT
+    assert result.output == (
+        GREETING
+        + b"Username: admin\nPassword: \n"
+        + PROMPT
+        + b"log_ls\n\ncm\nsip\nsip_reg\nQ.931\n\n"
+        + PROMPT
+        + show
+        + b"show x\nERROR: There is no such log file\n"
+        + PROMPT
+        + show
+    )
+
+
+def test_order_of_the_login_in_one_pipe(device):
+    result = device.run(3 * b"admin\nwrong\n", *BOTH_TO_ONE)
+    assert result.output == GREETING + 3 * (b"Username: admin\nPassword: " + REFUSAL)
+    assert result.status == 1
+
+
+def test_order_of_a_transfer_in_one_pipe(device):
+    device.stand_in("wget", b"echo wget: no answer >&2; exit 1")
+    device.stand_in("backupconfig", b"cat; echo nothing >/tmp/restorelog.txt; exit 1")
+    answers = b"10.0.0.1\n2121\n/b\nftpuser\nftppass\n"
+    result = device.run(LOGIN + b"restore\n" + answers, *BOTH_TO_ONE)
+    assert result.output.endswith(
+        b"restore\nStarting configuration restore...\ntessel:> Server: 10.0.0.1\n"
+        b"tessel:> Port: 2121\ntessel:> File path: /b\ntessel:> Username: ftpuser\n"
+        b"tessel:> Password: wget: no answer\nnothing\nConfiguration restore failed.!\n" + PROMPT
+    )
+
+
+# A file of typed lines. Where there is a terminal, the password is asked for there.
+
+TYPED = b"help exit\na=1\nsave\nshow cm\n"
+ANSWER = (
+    PROMPT
+    + b"help exit\n\nexit\t\tExit tessel.\n\n"
+    + PROMPT
+    + b"a=1\n"
+    + PROMPT
+    + b"save\n"
+    + PROMPT
+    + b"show cm\nthe log\n"
+    + PROMPT
+)
+
+
+@pytest.fixture
+def typed_file(device):
+    device.record_requests()
+    device.write("/var/log/cm.log", b"the log\n")
+    return lambda lines: device.write("/record/typed", lines)
+
+
+def expect_effects(device):
+    assert device.read(SAVE_FILE) == b"VERSION=2.1.4\na=1\n"
+    assert [request["PATH_INFO"] for request in device.requests()] == ["putconf.cgi", "logout.cgi"]
+
+
+def test_file_without_a_terminal(device, typed_file):
+    typed_file(LOGIN + TYPED)
+    result = device.run(b"", "/bin/sh", "-c", "exec tessel </record/typed")
+    assert result.output == GREETING + b"Username: admin\n\n" + ANSWER
+    assert (result.status, result.errors) == (0, b"Password: ")
+    expect_effects(device)
+
+
+def test_file_with_a_terminal(device, typed_file):
+    typed_file(b"admin\n" + TYPED)
+    console = device.console("/bin/sh", "-c", "exec tessel </record/typed")
+    console.read_until(b"Password: ")
+    console.enter(PASSWORD)
+    assert console.end()[0] == 0
+    assert console.screen == GREETING + b"Username: admin\nPassword: \n\n" + ANSWER
+    expect_effects(device)
+
+
+def test_file_with_a_terminal_and_the_output_in_another_file(device, typed_file):
+    typed_file(b"admin\n" + TYPED)
+    console = device.console("/bin/sh", "-c", "exec tessel </record/typed >/record/output")
+    console.read_until(b"Password: ")
+    console.enter(PASSWORD)
+    assert console.end()[0] == 0
+    assert console.screen == b"Password: \n"
+    assert device.read("/record/output") == GREETING + b"Username: admin\n\n" + ANSWER
+    expect_effects(device)
+
+
+def test_wrong_passwords_at_the_terminal_of_a_file(device, typed_file):
+    typed_file(b"admin\nadmin\nadmin\n" + TYPED)
+    console = device.console("/bin/sh", "-c", "exec tessel </record/typed")
+    for _ in range(3):
+        console.read_until(b"Password: ")
+        console.enter(b"wrong")
+    assert console.end() == (1, b"\n" + REFUSAL)
+    assert logouts(device) == len(device.requests()) == 1
+
+
+# From far away, by a client that asks for no terminal
+
+
+class SshServer:
+    """A server with one account, whose shell is the device's."""
+
+    def __init__(self, device, folder):
+        self.folder = folder
+        home = folder / "home"
+        (home / ".ssh").mkdir(parents=True, mode=0o700)
+        home.chmod(0o700)
+        subprocess.run(
+            ["ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", folder / "key"], check=True
+        )
+        (folder / "key.pub").rename(home / ".ssh/authorized_keys")
+        subprocess.run(
+            ["dropbearkey", "-t", "ed25519", "-f", folder / "host_key"],
+            check=True,
+            capture_output=True,
+        )
+        shell = folder / "shell"
+        words = " ".join(f"'{word}'" for word in device.start_command())
+        shell.write_text(f"#!/bin/sh\nexec {words}\n")
+        shell.chmod(0o755)
+        (folder / "shells").write_text(f"{shell}\n")
+        me = pwd.getpwuid(os.getuid())
+        (folder / "passwd").write_text(f"admin:x:{me.pw_uid}:{me.pw_gid}::{home}:{shell}\n")
+
+    def run(self, session):
+        """Feeds a session to the client. The server serves this one connection."""
+        with socket.create_server(("127.0.0.1", 0)) as listener:
+            client = subprocess.Popen(
+                self.client(listener.getsockname()[1]),
+                stdin=subprocess.PIPE,
+                stdout=subprocess.PIPE,
+                stderr=subprocess.PIPE,
+                env=ENVIRONMENT,
+            )
+            listener.settimeout(PATIENCE)
+            connection, _ = listener.accept()
+        with connection:
+            server = subprocess.Popen(self.server(), stdin=connection, stdout=connection)
+        try:
+            output, errors = client.communicate(session, timeout=PATIENCE)
+            server.wait(timeout=PATIENCE)
+        finally:
+            server.kill()
+            client.kill()
+            server.wait()
+            client.wait()
+        return RunResult(client.returncode, output, errors)
+
+    def client(self, port):
+        options = "BatchMode=yes IdentitiesOnly=yes StrictHostKeyChecking=no UserKnownHostsFile=/dev/null"
+        return [
+            *("ssh", "-T", "-F", "/dev/null", "-p", str(port), "-i", self.folder / "key"),
+            *(word for option in options.split() for word in ("-o", option)),
+            *("-o", "LogLevel=ERROR", "admin@127.0.0.1"),
+        ]
+
+    def server(self):
+        # Where it looks for accounts, it finds this one alone.
+        return [
+            *("bwrap", "--die-with-parent", "--dev-bind", "/", "/"),
+            *("--ro-bind", self.folder / "passwd", "/etc/passwd"),
+            *("--ro-bind", self.folder / "shells", "/etc/shells"),
+            *("dropbear", "-i", "-r", self.folder / "host_key"),
+        ]
+
+
+@pytest.fixture
+def ssh(device, tmp_path):
+    return SshServer(device, tmp_path)
+
+
+def test_session_by_ssh_is_a_session_by_pipe(device, ssh, typed_file):
+    result = ssh.run(LOGIN + TYPED)
+    assert result.output == GREETING + b"Username: admin\n\n" + ANSWER
+    assert (result.status, result.errors) == (0, b"Password: ")
+    expect_effects(device)
+    assert device.run(LOGIN + TYPED) == result
+
+
+def test_session_by_ssh_ends_with_exit(device, ssh):
+    device.record_requests()
+    result = ssh.run(LOGIN + b"exit\nhelp\n")
+    assert (result.output, result.status) == (LOGGED_IN + b"exit\n", 0)
+    assert logouts(device) == len(device.requests()) == 1
+
+
+def test_three_wrong_logins_by_ssh_end_with_status_1(device, ssh):
+    device.record_requests()
+    result = ssh.run(3 * b"admin\nwrong\n" + LOGIN)
+    assert result.output == GREETING + 3 * (b"Username: admin\n" + REFUSAL)
+    assert result.errors == 3 * b"Password: "
+    assert result.status == 1
+    assert logouts(device) == len(device.requests()) == 1
