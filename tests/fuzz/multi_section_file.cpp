@@ -54,6 +54,26 @@ void check_section(MultiSectionFile& reader, const PlainEntries& entries) {
             "a key is found when it is there");
 }
 
+// Entries without the text may be passed over, those with it may not.
+void check_walk_with(MultiSectionFile& reader, const PlainEntries& entries, const char* text) {
+    const SmartBuffer value;
+    const std::string wanted = text;
+    std::size_t i = 0;
+    reader.RestartSection();
+    while (reader.GotoSecNextEntryWith(text) != 0) {
+        reader.GetSecCurrentEntry(nullptr, 0, value.data, value.size);
+        const std::string seen = value.data;
+        while (i < entries.size() && seen != cut(entries[i].second, value.size).c_str()) {
+            require(entries[i].second.find(wanted) == std::string::npos, "no entry is left out");
+            ++i;
+        }
+        require(i++ < entries.size(), "the entry is one of the section");
+    }
+    for (; i < entries.size(); ++i) {
+        require(entries[i].second.find(wanted) == std::string::npos, "no last entry is left out");
+    }
+}
+
 const PlainSection* first_of_that_name(const std::vector<PlainSection>& sections,
                                        const std::string& name) {
     for (const PlainSection& section : sections) {
@@ -82,7 +102,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const PlainSection* expected = first_of_that_name(sections, name);
         require((reader.GotoSection(name.c_str()) != 0) == (expected != nullptr),
                 "a section is found when it is there");
-        check_section(reader, expected != nullptr ? expected->entries : PlainEntries());
+        const PlainEntries entries = expected != nullptr ? expected->entries : PlainEntries();
+        check_section(reader, entries);
+        for (const auto& entry : entries) {
+            check_walk_with(reader, entries, entry.second.c_str());
+        }
     }
     return 0;
 }
