@@ -54,23 +54,29 @@ void check_section(MultiSectionFile& reader, const PlainEntries& entries) {
             "a key is found when it is there");
 }
 
-// Entries without the text may be passed over, those with it may not.
+// Entries without the text may be passed over, those with it may not; what counts is the text that
+// callers get.
 void check_walk_with(MultiSectionFile& reader, const PlainEntries& entries, const char* text) {
     const SmartBuffer value;
-    const std::string wanted = text;
+    std::vector<std::string> values;
+    for (const auto& entry : entries) {
+        values.emplace_back(cut(entry.second, value.size).c_str());
+    }
     std::size_t i = 0;
+    const auto pass_over = [&values, &i, text] {
+        require(values[i].find(text) == std::string::npos, "no entry with the text is left out");
+        ++i;
+    };
     reader.RestartSection();
     while (reader.GotoSecNextEntryWith(text) != 0) {
         reader.GetSecCurrentEntry(nullptr, 0, value.data, value.size);
-        const std::string seen = value.data;
-        while (i < entries.size() && seen != cut(entries[i].second, value.size).c_str()) {
-            require(entries[i].second.find(wanted) == std::string::npos, "no entry is left out");
-            ++i;
+        while (i < values.size() && values[i] != value.data) {
+            pass_over();
         }
-        require(i++ < entries.size(), "the entry is one of the section");
+        require(i++ < values.size(), "the entry is one of the section");
     }
-    for (; i < entries.size(); ++i) {
-        require(entries[i].second.find(wanted) == std::string::npos, "no last entry is left out");
+    while (i < values.size()) {
+        pass_over();
     }
 }
 
