@@ -40,12 +40,21 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
     ${CMAKE_SOURCE_DIR}/packaging/postinst ${CMAKE_SOURCE_DIR}/packaging/prerm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 # The architecture is the compiler's, not that of the machine it runs on.
-if(CMAKE_CXX_LIBRARY_ARCHITECTURE)
-  execute_process(COMMAND dpkg-architecture -t ${CMAKE_CXX_LIBRARY_ARCHITECTURE} -q DEB_HOST_ARCH
+if(CMAKE_LIBRARY_ARCHITECTURE)
+  execute_process(COMMAND dpkg-architecture -t ${CMAKE_LIBRARY_ARCHITECTURE} -q DEB_HOST_ARCH
                   OUTPUT_VARIABLE architecture OUTPUT_STRIP_TRAILING_WHITESPACE
                   RESULT_VARIABLE result ERROR_QUIET)
   if(result EQUAL 0)
     set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${architecture})
+  endif()
+endif()
+# Nobody knows the packages of a sysroot's libraries; the program needs two.
+if(CMAKE_CROSSCOMPILING)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
+  if(NOT TESSEL_STATIC)
+    file(STRINGS ${CMAKE_SYSROOT}/usr/include/features.h minor REGEX "define[ \t]+__GLIBC_MINOR__")
+    string(REGEX MATCH "[0-9]+$" minor "${minor}")
+    set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.${minor}), libreadline8t64 | libreadline8")
   endif()
 endif()
 

@@ -168,13 +168,35 @@ def test_install_honours_other_folders(build, tmp_path):
 # The package
 
 
-def test_the_package_has_nothing_that_lintian_minds(package):
+def expect_nothing_that_lintian_minds(package):
     output = run(
         "lintian", "--allow-root", "--pedantic", "-I", "--fail-on", "error,warning,info,pedantic",
         package, env={**os.environ, "LC_ALL": "C.UTF-8"},
     )  # fmt: skip
     told = [line for line in output.splitlines() if "root privileges" not in line]
     assert told == []
+
+
+def test_the_package_has_nothing_that_lintian_minds(package):
+    expect_nothing_that_lintian_minds(package)
+
+
+@pytest.mark.parametrize("arch, kind", [("armhf", "ARM"), ("i386", "Intel 80386")])
+def test_the_package_of_a_32_bit_device(arch, kind):
+    """Where the cross compiler's sysroot has been made; see scripts/make_sysroot."""
+    if not (SOURCE_DIR / "build" / f"sysroot-{arch}").exists():
+        pytest.skip(f"there is no build/sysroot-{arch}")
+    build = WORK / arch
+    toolchain = SOURCE_DIR / "cmake/toolchains" / f"{arch}.cmake"
+    run("cmake", "-S", SOURCE_DIR, "-B", build, f"-DCMAKE_TOOLCHAIN_FILE={toolchain}")
+    run("cmake", "--build", build, "-j2")
+    run("cpack", cwd=build)
+    package = build / f"tessel_{project_version()}-1_{arch}.deb"
+    assert run("dpkg-deb", "-f", package, "Architecture").strip() == arch
+    depends = run("dpkg-deb", "-f", package, "Depends")
+    assert re.fullmatch(r"libc6 \(>= 2\.\d+\), libreadline8t64 \| libreadline8\n", depends)
+    assert kind in run("readelf", "-h", build / "tessel")
+    expect_nothing_that_lintian_minds(package)
 
 
 def test_the_package_holds_what_is_installed(package, tmp_path):
