@@ -154,7 +154,7 @@ version_files = st.one_of(
     ),
 )
 
-summaries = mostly(
+summaries = st.one_of(
     joined(pick([b"a=1\n", b"sip.port=5060\n", b"# x\n"]), max_size=4).map(
         lambda t: b"VERSION=1\n" + t
     ),
@@ -180,7 +180,11 @@ save_answers = joined(
 )
 
 transfer_logs = st.none() | joined(
-    pick([b"FINISHED", b"finished", b"\n", b"x" * 1015, b"y" * 8, b"z", b"\0", b"FINI", b"SHED\n"]),
+    st.one_of(
+        pick([b"FINISHED", b"finished", b"\n", b"z", b"\0", b"FINI", b"SHED\n"]),
+        st.integers(1021, 1026).map(lambda n: b"x" * n),
+        st.integers(1021, 1026).map(lambda n: b"x" * n + b"\nFINISHED\n"),
+    ),
     max_size=6,
 )
 
@@ -237,9 +241,9 @@ answers_to_questions = st.one_of(
         max_size=4,
     ),
 )
-dialogue = st.tuples(pick([b"backup", b"restore", b"backup x"]), *[answers_to_questions] * 5).map(
-    b"\n".join
-)
+dialogue = st.tuples(
+    pick([b"backup", b"restore", b"backup x", b"restore"]), *[answers_to_questions] * 5
+).map(b"\n".join)
 
 
 def one_of_these_or(names, others):
