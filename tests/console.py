@@ -39,6 +39,9 @@ ENVIRONMENT = {**os.environ, "TERM": "dumb"}
 WINDOW = (24, 4000)
 # Seconds until a missing answer is a failure; only ever used up by a test that fails.
 PATIENCE = int(os.environ.get("TESSEL_TEST_PATIENCE") or 20)
+# Sessions that a test leaves open are ended in an orderly way, not killed: the sanitizers look for
+# leaks, and the counts of coverage are written, at the end only.
+END_SESSIONS = "TESSEL_TEST_END_SESSIONS" in os.environ
 
 RunResult = namedtuple("RunResult", "status output errors")
 
@@ -349,6 +352,9 @@ class Console:
         return self._child.exitstatus
 
     def close(self):
+        if END_SESSIONS and self._child.isalive():
+            self.tell(signal.SIGTERM)
+            self._child.expect([pexpect.EOF, pexpect.TIMEOUT], timeout=PATIENCE / 2)
         if self._child.isalive():
             # The sandbox dies with the script that started it.
             self._child.kill(signal.SIGKILL)

@@ -48,7 +48,7 @@ char record_path[256];
 
 long calls_so_far = 0;
 
-// Whoever was called last at exit, such as the writer of coverage data, is not to be disturbed.
+// The counts of coverage, which are written at the very end, are not to be disturbed.
 void stop_failing() {
     failing_call[0] = '\0';
 }
@@ -79,7 +79,6 @@ void stop_failing() {
     for (const char* name : {"FAIL", "FAIL_RECORD", "LD_PRELOAD"}) {
         unsetenv(name);
     }
-    std::atexit(stop_failing);
 }
 
 bool is_program(const void* object_start) {
@@ -117,6 +116,8 @@ bool fails(const char* call, const void* caller) {
     if (!is_failing_call(call, caller)) {
         return false;
     }
+    // Not in the constructor, whose handlers run after the program's destructors.
+    [[maybe_unused]] static const int registered = std::atexit(stop_failing);
     ++calls_so_far;
     if (failing_number != 0 && failing_number != calls_so_far) {
         return false;
