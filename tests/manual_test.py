@@ -6,7 +6,7 @@ import subprocess
 
 import pytest
 
-from console import PROGRAM_DIR, SOURCE_DIR, START, Console
+from console import PASSWORD, PROGRAM_DIR, SOURCE_DIR, START, Console
 
 PAGE = PROGRAM_DIR / "tessel.8"
 PRODUCT_FOLDERS = ("shell", "config", "catalogue", "session", "cgi", "save", "backup", "logs")
@@ -102,7 +102,7 @@ def test_the_page_describes_every_command():
 # The examples
 
 # What is typed at a question for a password does not show.
-HIDDEN_ANSWERS = {"Password:": b"gateway", "tessel:> Password:": b"secret"}
+PASSWORD_QUESTION, FTP_PASSWORD_QUESTION = "Password:", "tessel:> Password:"
 QUESTION = re.compile(r"(Username:|Password:|tessel:> (?:Server|Port|Server path|File path|Username|Password):|tessel:>)(?: (.*))?")
 # When a file was transferred, and how long it is.
 VARYING = re.compile(r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d (URL:.*?) \[\d+\]", re.MULTILINE)
@@ -118,14 +118,15 @@ def comparable(screen):
     return VARYING.sub(r"\1", "\n".join(lines))
 
 
-def play(console, example):
+def play(console, example, password=PASSWORD):
     """Types what the example shows behind its questions. Returns the exit status."""
+    hidden = {PASSWORD_QUESTION: password, FTP_PASSWORD_QUESTION: b"secret"}
     for line in example.splitlines():
         asked = QUESTION.fullmatch(line)
         if asked:
             question, answer = asked.group(1), (asked.group(2) or "").encode()
             console.read_until(b"\n" + question.encode() + b" ")
-            console.enter(HIDDEN_ANSWERS.get(question, answer))
+            console.enter(hidden.get(question, answer))
     return console.end()[0]
 
 
