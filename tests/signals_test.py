@@ -11,7 +11,8 @@ What must happen:
     0, 1      the session ends at once with this status, and nothing that is half typed counts
 
 Whatever ends, the back end is told of it once, no program is left running, and the terminal is set
-as it was. Settings typed before are kept as long as the session goes on.
+as it was. Settings typed before are kept as long as the session goes on. A deaf save is one through
+a client that ignores hang-ups.
 """
 
 import fcntl
@@ -23,7 +24,7 @@ import time
 
 import pytest
 
-from console import PASSWORD, PROMPT, SAVE_FILE, SHELL, USER, wait_until
+from console import PASSWORD, PROMPT, REFUSAL, SAVE_FILE, SHELL, USER, wait_until
 from sandbox import Sandbox, running
 
 # The session stands behind other programs on the terminal, as it does on the development gateway
@@ -106,8 +107,7 @@ note
 [ ! -p "$hold" ] || cat "$hold" || exit 1
 note " ended"
 """
-
-
+# Where a program runs that can be held.
 WHILE_RUNNING = ("get", "save", "deaf save", "transfer")
 # Where the settings are saved, or would be by what is typed.
 SAVING = ("prompt", "save", "deaf save")
@@ -133,6 +133,8 @@ class Scene:
         self.state = state
         self.has_terminal = True
         self.job_control = False
+        self.held = {}
+        self.asked = None
         device.stand_in("fcgiclient", SLOW_PROGRAM)
         device.stand_in("wput", SLOW_PROGRAM)
         if state in WHILE_RUNNING:
@@ -156,6 +158,7 @@ class Scene:
         else:
             self.console = self.device.console()
         next(self.steps)
+        self.asked = self.console.screen.count(b": ")
         self.sandbox = Sandbox(self.device.root)
 
     def let_happen(self, event):
@@ -175,16 +178,26 @@ class Scene:
         return self.device.read("/record/journal").decode().splitlines()
 
     def hold(self, name):
-        """Makes programs wait until they are released."""
+        """Makes programs wait, as soon as they are ready for it, until they are released."""
         os.mkfifo(self.device.path(f"/record/{name}"))
 
-    def release(self, name):
-        hold = self.device.path(f"/record/{name}")
-        with open(hold, "wb"):
-            hold.unlink()
-
     def await_program(self, name):
-        wait_until(lambda: self.device.exists("/record/journal") and name in self.journal())
+        """Waits for a program that is held."""
+
+        def is_held():
+            try:
+                # Fails while nobody reads.
+                hold = os.open(self.device.path(f"/record/{name}"), os.O_WRONLY | os.O_NONBLOCK)
+            except OSError:
+                return False
+            self.held[name] = os.fdopen(hold, "wb", 0)
+            return True
+
+        wait_until(is_held)
+
+    def release(self, name):
+        self.device.remove(f"/record/{name}")
+        self.held.pop(name).close()
 
     def signal_shell(self, number):
         """Sends a signal to the shell alone. Returns when it has met it."""
@@ -252,10 +265,10 @@ class Scene:
             self.console.read_until(PROMPT + question)
             self.console.enter(answer)
 
-    def while_waiting(self, command, program):
+    def while_waiting(self, command):
         self.log_in()
         self.console.enter(command)
-        self.await_program(program)
+        self.await_program("hold")
         yield
         self.release("hold")
         self.console.read_until(PROMPT)
@@ -264,7 +277,7 @@ class Scene:
         self.log_in()
         self.console.enter(b"backup")
         self.answer(BACKUP)
-        self.await_program(UPLOAD)
+        self.await_program("hold")
         yield
         self.release("hold")
         self.console.read_until(b"Configuration backup finished!\n" + PROMPT)
@@ -276,6 +289,20 @@ class Scene:
         yield
         self.console.read_until(LAST_LOG_LINE + PROMPT)
 
+    def while_logging_out(self):
+        self.console.log_in()
+        self.console.enter(b"exit")
+        self.await_program("hold_logout")
+        yield
+
+    def while_logging_out_the_refused(self):
+        for _ in range(3):
+            self.console.read_until(b"Username: ")
+            self.console.exchange(USER, b"Password: ")
+            self.console.enter(b"wrong")
+        self.await_program("hold_logout")
+        yield
+
 
 STEPS = {
     "user name": Scene.at_user_name,
@@ -286,11 +313,13 @@ STEPS = {
     "backup path": lambda scene: scene.at_backup_question(2),
     "backup user name": lambda scene: scene.at_backup_question(3),
     "backup password": lambda scene: scene.at_backup_question(4),
-    "get": lambda scene: scene.while_waiting(b"get sip", "getconfsummary.cgi"),
-    "save": lambda scene: scene.while_waiting(b"save", "putconf.cgi"),
-    "deaf save": lambda scene: scene.while_waiting(b"save", "putconf.cgi"),
+    "get": lambda scene: scene.while_waiting(b"get sip"),
+    "save": lambda scene: scene.while_waiting(b"save"),
+    "deaf save": lambda scene: scene.while_waiting(b"save"),
     "show": Scene.while_showing,
     "transfer": Scene.while_transferring,
+    "logout": Scene.while_logging_out,
+    "logout after wrong logins": Scene.while_logging_out_the_refused,
 }
 # The program that runs, or is run by what stands typed there.
 PROGRAMS = {
@@ -337,6 +366,7 @@ def stays(scene):
 
 
 def a_key(scene):
+    assert not scene.console.modes()[3] & (termios.ISIG | termios.ECHO)
     scene.console.type(KILL_LINE + (PASSWORD if scene.state == "password" else BACKUP[4][1]))
     scene.go_on()
     expect_session_goes_on(scene)
@@ -354,7 +384,8 @@ def stops(scene):
 
 def ends_it(scene):
     scene.console.read_until(PROMPT)
-    scene.device.remove("/record/hold")
+    if scene.held:
+        scene.release("hold")
     expect_session_goes_on(scene)
 
 
@@ -367,16 +398,14 @@ def waits(scene):
     expect_end(scene, 0)
 
 
-def hangs_up(scene):
-    expect_end(scene, 0)
+def ends_with(status):
+    def expectation(scene):
+        expect_end(scene, status)
+        # No further question was asked, and no answer judged.
+        assert scene.console.screen.count(b": ") == scene.asked
+        assert REFUSAL not in scene.console.screen
 
-
-def ends_with_0(scene):
-    expect_end(scene, 0)
-
-
-def ends_with_1(scene):
-    expect_end(scene, 1)
+    return expectation
 
 
 # The outcomes: what is to be seen then, and what becomes of the program that runs.
@@ -386,15 +415,16 @@ OUTCOMES = {
     "stops": (stops, "ended"),
     "ends it": (ends_it, "killed"),
     "waits": (waits, "ended"),
-    "hangs up": (hangs_up, "killed"),
-    "0": (ends_with_0, "never begun"),
-    "1": (ends_with_1, "never begun"),
+    "hangs up": (ends_with(0), "killed"),
+    "0": (ends_with(0), "never begun"),
+    "1": (ends_with(1), "never begun"),
 }
 
 
 def expect_end(scene, status):
     """The session logs out, with nothing else left running, and ends."""
-    scene.await_program("logout.cgi")
+    if "hold_logout" not in scene.held:
+        scene.await_program("hold_logout")
     wait_until(lambda: programs_running(scene.device) == RUNNING_AT_THE_END)
     assert scene.has_terminal or scene.is_idle()
     scene.release("hold_logout")
@@ -449,3 +479,15 @@ def test_behind_other_programs(device, state, event, outcome):
 @pytest.mark.parametrize("state, event, outcome", entries(FIRST_ON_TERMINAL))
 def test_first_on_its_terminal(device, state, event, outcome):
     play(device, state, event, outcome, first_on_terminal=True)
+
+
+@pytest.mark.parametrize("first_on_terminal", [False, True])
+@pytest.mark.parametrize("event", ["SIGTERM", "SIGHUP", "terminal closed"])
+@pytest.mark.parametrize("state, status", [("logout", 0), ("logout after wrong logins", 1)])
+def test_logout_that_has_begun_is_finished(device, state, status, event, first_on_terminal):
+    scene = Scene(device, state)
+    scene.open(first_on_terminal)
+    scene.let_happen(event)
+    expect_end(scene, status)
+    assert scene.journal() == ["logout.cgi", "logout.cgi ended"]
+    assert scene.sandbox.has_ended()

@@ -24,8 +24,10 @@ UMLAUTS = "Grüße, 線路 ☎".encode()
 LATIN_1 = b"Gr\xfc\xdfe"
 TERMINALS = [None, "", "dumb", "no-such-terminal", "vt100", "xterm"]
 WINDOWS = [(0, 0), (1, 1), (24, 80)]
-COMMANDS = [b"list", b"help", b"help help", b"get sip", b"log_ls", b"show cm", b"show x", b"a=1",
-            b"b=2", b"save", b"save"]  # fmt: skip
+COMMANDS = (
+    *(b"list", b"help", b"help help", b"get sip", b"log_ls", b"show cm", b"show x"),
+    *(b"a=1", b"b=2", b"save", b"save"),
+)
 PASTE_START = b"\x1b[200~"
 PASTE_END = b"\x1b[201~"
 PASTE_PATIENCE = 3 * PATIENCE
