@@ -18,7 +18,9 @@ def blocks():
     return {
         name: "".join(
             line[len(INDENT) :] if line.startswith(INDENT) else "\n"
-            for line in re.match(rf"(?:{INDENT}.*\n|\n(?=\n*{INDENT}))*", text).group().splitlines(True)
+            for line in re.match(rf"(?:{INDENT}.*\n|\n(?=\n*{INDENT}))*", text)
+            .group()
+            .splitlines(True)
         ).rstrip("\n")
         + "\n"
         for name, text in zip(texts[1::2], texts[2::2])

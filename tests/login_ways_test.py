@@ -37,7 +37,7 @@ def recipe(file, about=""):
 INIT = ("/usr/bin/env", "-i", "/usr/bin/unshare", "--pid", "--fork", "--kill-child", "/sbin/init")
 
 
-class Sandbox:
+class UserSandbox:
     """The device's root as somebody with that user id sees it. The development gateway itself gives
     programs no rights at all, which is too little for an init and too much for a user's server."""
 
@@ -50,17 +50,50 @@ class Sandbox:
         bound = [("--ro-bind-try", name, name) for name in folders if not os.path.islink(name)]
         user = str(self.uid)
         return [
-            "bwrap", "--unshare-all", "--unshare-user", "--uid", user, "--gid", user, "--cap-add", "ALL",
-            "--die-with-parent", "--as-pid-1", "--hostname", "gateway",
-            "--bind", str(self.device.root), "/", "--ro-bind", "/usr", "/usr",
+            "bwrap",
+            "--unshare-all",
+            "--unshare-user",
+            "--uid",
+            user,
+            "--gid",
+            user,
+            "--cap-add",
+            "ALL",
+            "--die-with-parent",
+            "--as-pid-1",
+            "--hostname",
+            "gateway",
+            "--bind",
+            str(self.device.root),
+            "/",
+            "--ro-bind",
+            "/usr",
+            "/usr",
             *(word for words in bound for word in words),
-            "--proc", "/proc", "--dev", "/dev",
-            "--ro-bind", str(GATEWAY), "/opt/gateway",
-            "--ro-bind", str(PROGRAM_DIR / "gateway"), "/opt/backend",
-            "--ro-bind", str(PROGRAM_DIR / "tessel"), "/bin/tessel", "--chdir", "/",
-            "env", "-i", "PATH=/sbin:/bin:/usr/sbin:/usr/bin", "HOME=/", "TERM=dumb",
-            "sh", "/opt/gateway/boot", *command,
-        ]  # fmt: skip
+            "--proc",
+            "/proc",
+            "--dev",
+            "/dev",
+            "--ro-bind",
+            str(GATEWAY),
+            "/opt/gateway",
+            "--ro-bind",
+            str(PROGRAM_DIR / "gateway"),
+            "/opt/backend",
+            "--ro-bind",
+            str(PROGRAM_DIR / "tessel"),
+            "/bin/tessel",
+            "--chdir",
+            "/",
+            "env",
+            "-i",
+            "PATH=/sbin:/bin:/usr/sbin:/usr/bin",
+            "HOME=/",
+            "TERM=dumb",
+            "sh",
+            "/opt/gateway/boot",
+            *command,
+        ]
 
     def console(self, *command):
         console = Console(self.command_line(*command))
@@ -104,7 +137,7 @@ def fixture_line(device):
     device.write("/opt/serial_line", (SOURCE_DIR / "tests/serial_line").read_bytes())
 
     def serve(*command):
-        return Sandbox(device).console("/usr/bin/python3", "/opt/serial_line", *command)
+        return UserSandbox(device).console("/usr/bin/python3", "/opt/serial_line", *command)
 
     return serve
 
@@ -172,7 +205,9 @@ def test_telnetd_from_inetd(device):
     device.write("/etc/protocols", b"tcp 6 TCP\n")
     server = "/usr/sbin/inetutils-inetd /etc/inetd.conf\n"
     client = "exec inetutils-telnet 127.0.0.1 23"
-    expect_telnet_session(Sandbox(device).console("sh", "-c", server + WAIT_FOR_PORT % 23 + client))
+    expect_telnet_session(
+        UserSandbox(device).console("sh", "-c", server + WAIT_FOR_PORT % 23 + client)
+    )
 
 
 def test_busybox_telnetd_from_inittab(device):
@@ -183,7 +218,9 @@ def test_busybox_telnetd_from_inittab(device):
     device.write("/etc/inittab", recipe("/etc/inittab", "telnetd").encode())
     server = f"setsid {' '.join(INIT)} </dev/null >/dev/null 2>&1 &\n"
     client = "exec inetutils-telnet 127.0.0.1 23"
-    expect_telnet_session(Sandbox(device).console("sh", "-c", server + WAIT_FOR_PORT % 23 + client))
+    expect_telnet_session(
+        UserSandbox(device).console("sh", "-c", server + WAIT_FOR_PORT % 23 + client)
+    )
 
 
 # Over ssh. The servers run as the account's own user, who may take no port below 1024.
@@ -230,10 +267,14 @@ class SshDevice:
 
     def add_account(self, line, keys=None):
         name, _, uid, gid, _, home, _ = line.strip().split(":")
-        self.sandbox = Sandbox(self.device, int(uid))
+        self.sandbox = UserSandbox(self.device, int(uid))
         self.device.write("/etc/passwd", self.device.read("/etc/passwd") + line.encode())
-        self.device.write("/etc/group", self.device.read("/etc/group") + f"{name}:x:{gid}:\n".encode())
-        self.device.write(f"{home}/.ssh/authorized_keys", (keys or self.public_key).encode() + b"\n", 0o600)
+        self.device.write(
+            "/etc/group", self.device.read("/etc/group") + f"{name}:x:{gid}:\n".encode()
+        )
+        self.device.write(
+            f"{home}/.ssh/authorized_keys", (keys or self.public_key).encode() + b"\n", 0o600
+        )
         self.device.path(f"{home}/.ssh").chmod(0o700)
         self.device.write("/etc/ssh/client", (CLIENT_CONFIGURATION % name).encode(), 0o600)
 
@@ -248,13 +289,19 @@ class SshDevice:
 
 
 def account_with_the_shell(ssh):
-    ssh.configure(ssh.device.read("/etc/ssh/sshd_config").decode() + recipe("/etc/ssh/sshd_config", "User admin"))
+    ssh.configure(
+        ssh.device.read("/etc/ssh/sshd_config").decode()
+        + recipe("/etc/ssh/sshd_config", "User admin")
+    )
     ssh.server = recipe("/etc/default/dropbear") + ssh.server
     ssh.add_account(recipe("/etc/passwd", "admin"))
 
 
 def account_with_a_forced_command(ssh):
-    ssh.configure(ssh.device.read("/etc/ssh/sshd_config").decode() + recipe("/etc/ssh/sshd_config", "User operator"))
+    ssh.configure(
+        ssh.device.read("/etc/ssh/sshd_config").decode()
+        + recipe("/etc/ssh/sshd_config", "User operator")
+    )
     ssh.add_account(recipe("/etc/passwd", "operator"))
 
 
@@ -354,8 +401,15 @@ AS = "import os, sys; os.execv('/bin/tessel', sys.argv[1:])"
 
 @pytest.mark.parametrize(
     "words",
-    ["-tessel", "tessel -c 'get sip'", "-tessel -c exit", "sh --", "tessel --help", "-x '' -- 'a b'"],
-)  # fmt: skip
+    [
+        "-tessel",
+        "tessel -c 'get sip'",
+        "-tessel -c exit",
+        "sh --",
+        "tessel --help",
+        "-x '' -- 'a b'",
+    ],
+)
 def test_arguments_and_the_name_change_nothing(device, words):
     session = b"admin\ngateway\nget sip\nhelp get\nexit\n"
     plain = device.run(session)
@@ -368,5 +422,13 @@ def test_arguments_and_the_name_change_nothing(device, words):
 
 def test_the_servers_are_there():
     """Their absence would make others pass for the wrong reason."""
-    for program in ("busybox", "agetty", "telnetd", "inetutils-inetd", "inetutils-telnet", "sshd", "dropbear"):
+    for program in (
+        "busybox",
+        "agetty",
+        "telnetd",
+        "inetutils-inetd",
+        "inetutils-telnet",
+        "sshd",
+        "dropbear",
+    ):
         assert shutil.which(program, path="/usr/sbin:/usr/bin"), program

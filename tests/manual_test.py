@@ -13,12 +13,25 @@ PRODUCT_FOLDERS = ("shell", "config", "catalogue", "session", "cgi", "save", "ba
 
 # Texts in the code that are no message, no path and nothing that another program or file sees.
 NOT_FOR_READERS = {
-    "r", "w",  # how a file is opened
-    "'", "'\\''", "%", "%25", "$`\"\\",  # quoting an address
+    "r",
+    "w",  # how a file is opened
+    "'",
+    "'\\''",
+    "%",
+    "%25",
+    '$`"\\',  # quoting an address
     "0123456789ABCDEF",
-    "{\n", "}\n",  # section marks, with the end of the line
-    "#", "=", "@", ":", "/", " (", ")\n", ": ",
-}  # fmt: skip
+    "{\n",
+    "}\n",  # section marks, with the end of the line
+    "#",
+    "=",
+    "@",
+    ":",
+    "/",
+    " (",
+    ")\n",
+    ": ",
+}
 EMPTY = {"", "\n", "\n\n", " "}
 
 # One alternative matches a comment or a character, so that no quote in it opens a text.
@@ -51,7 +64,10 @@ def squeeze(text):
 def fixture_page():
     """The page as its readers see it, on one line."""
     shown = subprocess.run(
-        ["mandoc", "-T", "ascii", "-O", "width=78", PAGE], capture_output=True, text=True, check=True
+        ["mandoc", "-T", "ascii", "-O", "width=78", PAGE],
+        capture_output=True,
+        text=True,
+        check=True,
     ).stdout
     return squeeze(re.sub(".\b", "", shown))
 
@@ -103,13 +119,17 @@ def test_the_page_describes_every_command():
 
 # What is typed at a question for a password does not show.
 PASSWORD_QUESTION, FTP_PASSWORD_QUESTION = "Password:", "tessel:> Password:"
-QUESTION = re.compile(r"(Username:|Password:|tessel:> (?:Server|Port|Server path|File path|Username|Password):|tessel:>)(?: (.*))?")
+QUESTION = re.compile(
+    r"(Username:|Password:|tessel:> (?:Server|Port|Server path|File path|Username|Password):|tessel:>)(?: (.*))?"
+)
 # When a file was transferred, and how long it is.
 VARYING = re.compile(r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d (URL:.*?) \[\d+\]", re.MULTILINE)
 
 
 def examples():
-    text = (SOURCE_DIR / "docs/tessel.8").read_text().split("\n.Sh EXAMPLES\n")[1].split("\n.Sh ")[0]
+    text = (
+        (SOURCE_DIR / "docs/tessel.8").read_text().split("\n.Sh EXAMPLES\n")[1].split("\n.Sh ")[0]
+    )
     return re.findall(r"(?ms)^\.Bd -literal -offset indent\n(.*?)^\.Ed$", text)
 
 

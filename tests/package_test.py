@@ -46,9 +46,16 @@ def project_version():
 def tracked_files():
     """What belongs to the sources, committed or new."""
     listed = run(
-        "git", "-c", "safe.directory=*", "-C", SOURCE_DIR,
-        "ls-files", "--cached", "--others", "--exclude-standard",
-    )  # fmt: skip
+        "git",
+        "-c",
+        "safe.directory=*",
+        "-C",
+        SOURCE_DIR,
+        "ls-files",
+        "--cached",
+        "--others",
+        "--exclude-standard",
+    )
     return {name for name in listed.splitlines() if (SOURCE_DIR / name).is_file()}
 
 
@@ -142,13 +149,23 @@ def installed_files(prefix, bin_folder="bin", man="share/man", doc="share/doc/te
     return {
         f"{prefix}/{bin_folder}/tessel",
         f"{prefix}/{man}/man8/tessel.8",
-        *(f"{prefix}/{doc}/{name}" for name in ("README.md", "CONTRIBUTING.md", "CHANGELOG.md", "COPYING")),
+        *(
+            f"{prefix}/{doc}/{name}"
+            for name in ("README.md", "CONTRIBUTING.md", "CHANGELOG.md", "COPYING")
+        ),
         *(f"{prefix}/{doc}/docs/{name}" for name in DOCUMENTS),
-    }  # fmt: skip
+    }
 
 
 def test_install_honours_prefix_and_destdir(build, tmp_path):
-    run("cmake", "--install", build, "--prefix", "/opt/x", env={**os.environ, "DESTDIR": str(tmp_path)})
+    run(
+        "cmake",
+        "--install",
+        build,
+        "--prefix",
+        "/opt/x",
+        env={**os.environ, "DESTDIR": str(tmp_path)},
+    )
     assert files_below(tmp_path) == installed_files("opt/x")
     page = (tmp_path / "opt/x/share/man/man8/tessel.8").read_text()
     assert f"This page describes version {project_version()}.\n" in page
@@ -170,9 +187,15 @@ def test_install_honours_other_folders(build, tmp_path):
 
 def expect_nothing_that_lintian_minds(package):
     output = run(
-        "lintian", "--allow-root", "--pedantic", "-I", "--fail-on", "error,warning,info,pedantic",
-        package, env={**os.environ, "LC_ALL": "C.UTF-8"},
-    )  # fmt: skip
+        "lintian",
+        "--allow-root",
+        "--pedantic",
+        "-I",
+        "--fail-on",
+        "error,warning,info,pedantic",
+        package,
+        env={**os.environ, "LC_ALL": "C.UTF-8"},
+    )
     told = [line for line in output.splitlines() if "root privileges" not in line]
     assert told == []
 
@@ -222,7 +245,17 @@ class ThrowawayRoot:
     the files of the host's own packages. Commands run in it as root of a sandbox, so that the host
     stays as it is and no rights are needed."""
 
-    NEEDED = ("dpkg", "dash", "debianutils", "coreutils", "sed", "grep", "tar", "libc-bin", "diffutils")
+    NEEDED = (
+        "dpkg",
+        "dash",
+        "debianutils",
+        "coreutils",
+        "sed",
+        "grep",
+        "tar",
+        "libc-bin",
+        "diffutils",
+    )
     # Not what makes a system work.
     LEFT_OUT = ("/usr/share/doc/", "/usr/share/man/", "/usr/share/locale/", "/usr/share/info/")
 
@@ -251,15 +284,22 @@ class ThrowawayRoot:
     def _closure(wanted):
         """Those packages of the host and what they depend on, by their full names."""
         packages = {}
-        listed = run("dpkg-query", "-W", "-f", "${binary:Package}\t${Pre-Depends}, ${Depends}\t${Provides}\n")
+        listed = run(
+            "dpkg-query", "-W", "-f", "${binary:Package}\t${Pre-Depends}, ${Depends}\t${Provides}\n"
+        )
         for line in listed.splitlines():
             full, depends, provides = line.split("\t")
-            for name in (full.split(":")[0], *re.findall(r"[a-z0-9][a-z0-9.+-]*(?= \(|,|$)", provides)):
+            for name in (
+                full.split(":")[0],
+                *re.findall(r"[a-z0-9][a-z0-9.+-]*(?= \(|,|$)", provides),
+            ):
                 packages.setdefault(name, (full, depends))
         found = {}
         wanted = list(wanted)
         while wanted:
-            alternatives = [re.match(r"[a-z0-9.+-]*", word.strip()).group() for word in wanted.pop().split("|")]
+            alternatives = [
+                re.match(r"[a-z0-9.+-]*", word.strip()).group() for word in wanted.pop().split("|")
+            ]
             known = [name for name in alternatives if name in packages]
             if known and packages[known[0]][0] not in found:
                 full, depends = packages[known[0]]
@@ -286,9 +326,32 @@ class ThrowawayRoot:
         """Runs a command in the root and returns what it printed."""
         done = subprocess.run(
             [
-                "bwrap", "--unshare-all", "--unshare-user", "--uid", "0", "--gid", "0", "--cap-add", "ALL",
-                "--die-with-parent", "--bind", self.folder, "/", "--dev", "/dev", "--proc", "/proc",
-                "--chdir", "/", "env", "-i", f"PATH={PATH}", "HOME=/root", "LC_ALL=C", "TERM=dumb", *command,
+                "bwrap",
+                "--unshare-all",
+                "--unshare-user",
+                "--uid",
+                "0",
+                "--gid",
+                "0",
+                "--cap-add",
+                "ALL",
+                "--die-with-parent",
+                "--bind",
+                self.folder,
+                "/",
+                "--dev",
+                "/dev",
+                "--proc",
+                "/proc",
+                "--chdir",
+                "/",
+                "env",
+                "-i",
+                f"PATH={PATH}",
+                "HOME=/root",
+                "LC_ALL=C",
+                "TERM=dumb",
+                *command,
             ],
             stdout=subprocess.PIPE,
             stderr=subprocess.STDOUT,
@@ -296,7 +359,7 @@ class ThrowawayRoot:
             timeout=PATIENCE,
             check=False,
             **options,
-        )  # fmt: skip
+        )
         assert done.returncode == status, f"{command}\n{done.stdout}"
         return done.stdout
 
@@ -308,12 +371,18 @@ class ThrowawayRoot:
         assert self.run("dpkg", "--audit") == ""
 
     def shells(self):
-        return [line for line in (self.folder / "etc/shells").read_text().splitlines() if PACKAGE in line]
+        return [
+            line
+            for line in (self.folder / "etc/shells").read_text().splitlines()
+            if PACKAGE in line
+        ]
 
     def snapshot(self):
         """Every file with its content, but for the package manager's own notes."""
         return {
-            name: path.read_bytes() if path.is_file() and not path.is_symlink() else os.readlink(path)
+            name: path.read_bytes()
+            if path.is_file() and not path.is_symlink()
+            else os.readlink(path)
             for name in files_below(self.folder)
             if not name.startswith(("var/lib/dpkg/", "var/log/", "var/cache/"))
             for path in [self.folder / name]
