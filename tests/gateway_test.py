@@ -917,7 +917,7 @@ def fixture_install(tmp_path):
     return install
 
 
-BUILD_PACKAGES = ["g++", "cmake", "ninja-build", "libreadline-dev"]
+BUILD_PACKAGES = ["g++", "cmake", "make", "ninja-build", "libreadline-dev"]
 
 
 def test_install_packages_does_nothing_when_all_is_there(install):
@@ -931,7 +931,7 @@ def test_install_packages_installs_only_what_is_missing(install):
     assert "for: build" in done.stderr
     assert did == [
         "apt-get update -q",
-        "apt-get install -q -y --no-install-recommends ninja-build libreadline-dev",
+        "apt-get install -q -y --no-install-recommends make ninja-build libreadline-dev",
     ]
 
 
