@@ -26,6 +26,7 @@ section extension {
     e = 203 # the porter
     f = "204"
 }
+g = 205
 section attendant
 {
     a = day
@@ -82,7 +83,7 @@ TEST_F(ExtensionDatabaseTest, NamesAreComparedWholeAndCaseSensitively) {
 }
 
 TEST_F(ExtensionDatabaseTest, OtherSectionsCommentsAndSecondSectionsOfAKindDoNotCount) {
-    for (const char* name : {"trunk1", "299", "999"}) {
+    for (const char* name : {"trunk1", "299", "999", "205"}) {
         EXPECT_EQ(extension_exists(name), 0) << name;
     }
 }

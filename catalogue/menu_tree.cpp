@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <iterator>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "config/config_buffer.h"
 #include "config/multi_section_config_file.h"
@@ -42,38 +42,44 @@ void unquote(std::string& title) {
     title.resize(std::min(title.find('\0'), title.size()));
 }
 
-// Adds parts to a catalogue. Items often stand in the order of their names, so the place behind the
-// last one is tried first.
-class PartAdder {
-  public:
-    explicit PartAdder(Catalogue& catalogue) : catalogue_(catalogue), place_(catalogue.end()) {}
-
-    // The first part of a name stays.
-    void add(std::string&& name, std::string&& caption) {
-        place_ = std::next(catalogue_.try_emplace(place_, std::move(name), std::move(caption)));
-    }
-
-  private:
-    Catalogue& catalogue_;
-    Catalogue::iterator place_;
+// What an item offers.
+struct Part {
+    std::string name;
+    std::string caption;
 };
 
-void add_menu_item(const MultiSectionConfigFile& menu, PartAdder& general, PartAdder& extension) {
+void add_menu_item(const MultiSectionConfigFile& menu, std::vector<Part>& general,
+                   std::vector<Part>& extension) {
     const std::string acl = menu.GetSectionEntry("ACL");
     if (acl == ConfigBuffer::ENTRY_NOT_FOUND || !contains(acl, "auto")) {
         return;
     }
-    std::string name = menu_item_name(menu.GetHeaderEntry());
-    if (!is_offered(name)) {
+    Part part = {menu_item_name(menu.GetHeaderEntry()), menu.GetSectionEntry("CAP")};
+    if (!is_offered(part.name)) {
         return;
     }
-    std::string caption = menu.GetSectionEntry("CAP");
-    unquote(caption);
-    if (caption.empty()) {
-        caption = name;
+    unquote(part.caption);
+    if (part.caption.empty()) {
+        part.caption = part.name;
     }
-    PartAdder& parts = contains(acl, "extension") ? extension : general;
-    parts.add(std::move(name), std::move(caption));
+    (contains(acl, "extension") ? extension : general).push_back(std::move(part));
+}
+
+// In the order of their names they need no search for their places in a catalogue, and those that
+// are listed one after the other are neighbours in memory. Of parts of one name the first stays.
+void fill(Catalogue& catalogue, std::vector<Part>& parts) {
+    std::vector<Part*> order;
+    order.reserve(parts.size());
+    for (Part& part : parts) {
+        order.push_back(&part);
+    }
+    std::sort(order.begin(), order.end(), [](const Part* left, const Part* right) {
+        const int difference = left->name.compare(right->name);
+        return difference != 0 ? difference < 0 : left < right;
+    });
+    for (Part* part : order) {
+        catalogue.try_emplace(catalogue.end(), std::move(part->name), std::move(part->caption));
+    }
 }
 
 }  // namespace
@@ -82,11 +88,13 @@ void load_menu_tree() {
     MultiSectionConfigFile menu(MENU_TREE_PATH, false, false, true);
     menu.ChangeSectionSyntax("ITEM", "{\n", "}\n");
     menu.Restart();
-    PartAdder general(_gAdminConParts);
-    PartAdder extension(_gExtensionConfParts);
+    std::vector<Part> general;
+    std::vector<Part> extension;
     while (menu.GotoNextSection() != 0) {
         add_menu_item(menu, general, extension);
     }
+    fill(_gAdminConParts, general);
+    fill(_gExtensionConfParts, extension);
 }
 
 std::string menu_item_name(const std::string& header) {

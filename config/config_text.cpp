@@ -134,7 +134,8 @@ bool open_section(std::string_view line, std::string_view& rest, const SectionSy
 // Where, at or behind from, a line begins with that word, blanks aside: the word's position.
 std::size_t find_line(std::string_view text, std::string_view word, std::size_t from) {
     for (;;) {
-        const std::size_t position = find_text(text, word, from);
+        // Not find_text, whose tables cost more than they save in a short text.
+        const std::size_t position = text.find(word, from);
         if (position == std::string_view::npos) {
             return position;
         }
@@ -246,9 +247,7 @@ bool find_entry(std::string_view text, std::string_view key, const EntrySyntax& 
 }
 
 SectionCursor::SectionCursor(std::string_view text, const SectionSyntax& sections, char comment)
-    : rest_(text), sections_(&sections), comment_(comment) {
-    find_opening();
-}
+    : rest_(text), sections_(&sections), comment_(comment) {}
 
 // Leaves what is left when no section is.
 void SectionCursor::find_opening() {
@@ -269,6 +268,10 @@ void SectionCursor::find_opening() {
 }
 
 bool SectionCursor::next(Section& section) {
+    if (!started_) {
+        started_ = true;
+        find_opening();
+    }
     if (at_end_) {
         return false;
     }

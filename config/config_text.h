@@ -92,6 +92,7 @@ class SectionCursor {
     std::string_view rest_;
     const SectionSyntax* sections_;
     char comment_;
+    bool started_ = false;
     // The next section's opening, found ahead.
     std::string_view before_opening_;
     std::string_view behind_opening_;

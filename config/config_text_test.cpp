@@ -404,4 +404,10 @@ TEST(ConfigTextFile, ThatCannotBeReadGivesTheReasonAndNoText) {
     }
 }
 
+TEST(ConfigTextSearch, FindsNothingInAnEmptyText) {
+    EXPECT_EQ(config_text::find_text({}, "", 0), std::string_view::npos);
+    EXPECT_EQ(config_text::find_text({}, "a", 0), std::string_view::npos);
+    EXPECT_EQ(config_text::find_text("a", "", 1), 1U);
+}
+
 }  // namespace

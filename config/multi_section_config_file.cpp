@@ -16,20 +16,12 @@ void MultiSectionConfigFile::ChangeSectionSyntax(const char* keyword, const char
 
 void MultiSectionConfigFile::Restart() {
     cursor_ = config_text::SectionCursor(text_.view(), sections_, syntax_.comment);
-    leave_section();
+    current_ = {};
 }
 
 int MultiSectionConfigFile::GotoNextSection() {
-    leave_section();
-    if (!cursor_.next(current_)) {
-        return 0;
-    }
-    std::string_view body = current_.body;
-    config_text::Entry entry;
-    while (config_text::next_entry(body, syntax_, entry)) {
-        entries_.push_back(entry);
-    }
-    return 1;
+    current_ = {};
+    return cursor_.next(current_) ? 1 : 0;
 }
 
 std::string MultiSectionConfigFile::GetHeaderEntry() const {
@@ -37,15 +29,9 @@ std::string MultiSectionConfigFile::GetHeaderEntry() const {
 }
 
 std::string MultiSectionConfigFile::GetSectionEntry(const char* key) const {
-    for (const config_text::Entry& entry : entries_) {
-        if (entry.key == key) {
-            return std::string(entry.value);
-        }
+    config_text::Entry entry;
+    if (!config_text::find_entry(current_.body, key, syntax_, entry)) {
+        return std::string(ConfigBuffer::ENTRY_NOT_FOUND);
     }
-    return std::string(ConfigBuffer::ENTRY_NOT_FOUND);
-}
-
-void MultiSectionConfigFile::leave_section() {
-    current_ = {};
-    entries_.clear();
+    return std::string(entry.value);
 }

@@ -4,7 +4,6 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "config/config_text.h"
 
@@ -35,12 +34,9 @@ class MultiSectionConfigFile {
     [[nodiscard]] std::string GetSectionEntry(const char* key) const;
 
   private:
-    void leave_section();
-
     config_text::FileText text_;
     config_text::EntrySyntax syntax_;
     config_text::SectionSyntax sections_;
     config_text::SectionCursor cursor_;
     config_text::Section current_;
-    std::vector<config_text::Entry> entries_;  // of the current section
 };

@@ -227,6 +227,9 @@ TEST_F(MultiSectionFileTest, EntriesWhoseLineHoldsATextAreVisitedAndNoOthers) {
     EXPECT_EQ(visited, "2=201;201=x;4=y;5=12012;6=2012;");
     EXPECT_EQ(file.GotoSecNextEntryWith("20"), 0);
     file.RestartSection();
+    EXPECT_EQ(file.GotoSecNextEntryWith("nowhere"), 0);
+    EXPECT_EQ(file.GotoSecNextEntry(), 0);
+    file.RestartSection();
     EXPECT_EQ(file.GotoSecNextEntryWith("20"), 1);
     file.Restart();
     EXPECT_EQ(file.GotoSecNextEntryWith("201"), 0);
