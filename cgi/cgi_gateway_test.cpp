@@ -112,15 +112,40 @@ TEST_F(CgiGatewayTest, DrainReadsToTheEndAndPrintsNothing) {
     EXPECT_NE(std::feof(stream.get()), 0);
 }
 
+std::string collected(const std::string& text) {
+    std::string answer;
+    for (const std::string& block : collect(stream_of(text).get())) {
+        answer += block;
+    }
+    return answer;
+}
+
 TEST_F(CgiGatewayTest, CollectReturnsTheWholeOutputInOrder) {
     std::vector<std::string> texts = {"", "\n", "a", "a\n", "a\n\nb\r\nc\n", "\xff\x01\n"};
-    for (const std::size_t length : {253U, 254U, 255U, 256U, 508U, 509U, 10'000U}) {
+    for (const std::size_t length :
+         {253U, 254U, 255U, 256U, 508U, 509U, 10'000U, 65'536U, 200'000U}) {
         texts.push_back(std::string(length, 'x'));
         texts.push_back(std::string(length, 'x') + "\n" + std::string(length, 'y') + "\nz");
     }
     for (const std::string& text : texts) {
-        EXPECT_EQ(collect(stream_of(text).get()), text) << text.size() << " bytes";
+        EXPECT_EQ(collected(text), text) << text.size() << " bytes";
     }
+}
+
+// A block that outgrows its memory is moved, and with one block for all that would be much.
+TEST_F(CgiGatewayTest, CollectKeepsLongOutputInBlocks) {
+    const std::string line = std::string(99, 'x') + "\n";
+    std::string text;
+    for (int i = 0; i < 10'000; ++i) {
+        text += line;
+    }
+    const CgiAnswer answer = collect(stream_of(text).get());
+    EXPECT_GT(answer.size(), 10U);
+    EXPECT_LT(answer.size(), 20U);
+    for (const std::string& block : answer) {
+        EXPECT_LE(block.size(), 65'536U);
+    }
+    EXPECT_TRUE(collect(stream_of("").get()).empty());
 }
 
 // A line is read in pieces of 254 characters, and a text ends at its first NUL.
@@ -133,7 +158,7 @@ TEST_F(CgiGatewayTest, CollectLosesWhatStandsBehindANulByteInTheSamePiece) {
         {std::string(253, 'a') + "\0b"s, std::string(253, 'a') + "b"},
     };
     for (const auto& [text, expected] : texts) {
-        EXPECT_EQ(collect(stream_of(text).get()), expected) << testing::PrintToString(text);
+        EXPECT_EQ(collected(text), expected) << testing::PrintToString(text);
     }
 }
 
