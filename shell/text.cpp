@@ -1,5 +1,8 @@
 #include "shell/text.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -34,7 +37,16 @@ void print(std::string_view text) {
     std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
+// Past the stream, whose buffer would only be filled to be emptied: a long listing is thousands of
+// these.
 void print_now(std::string_view text) {
-    print(text);
     std::fflush(stdout);
+    while (!text.empty()) {
+        const ssize_t count = write(STDOUT_FILENO, text.data(), text.size());
+        if (count > 0) {
+            text.remove_prefix(static_cast<std::size_t>(count));
+        } else if (count == 0 || errno != EINTR) {
+            return;
+        }
+    }
 }

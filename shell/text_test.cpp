@@ -67,7 +67,7 @@ TEST(Print, IsHeldUntilSomethingIsPrintedNow) {
                   print("e");
                   print("f");
               }),
-              (std::vector<std::string>{"a\nb\nc\n", "d\n", "ef"}));
+              (std::vector<std::string>{"a\nb\n", "c\n", "d\n", "ef"}));
 }
 
 }  // namespace

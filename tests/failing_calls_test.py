@@ -273,6 +273,12 @@ failure(
 failure(
     "popen", 3, "ENOMEM", Outcome(seen={"save": b"save\n"}, requests={"save": None}, saved=SAVED[1:])
 )
+failure(
+    "popen",
+    4,
+    "EAGAIN",
+    Outcome(seen={"other_save": b"save\n"}, requests={"other_save": None}, saved=SAVED[:1]),
+)
 failure("popen", 5, "ENOMEM", Outcome(requests={"logout": None}))
 failure(
     "popen",
@@ -369,16 +375,52 @@ failure("gettimeofday", "every", "EINVAL", NO_BACKUP)
 failure("localtime", 1, "EINVAL", NO_BACKUP)
 failure("localtime", "every", "EINVAL", NO_BACKUP)
 failure("timer_create", 1, "EAGAIN ENOMEM", UNCHANGED)
+failure("timer_create", "every", "EAGAIN", UNCHANGED)
 for which in (1, 2, "every"):
     failure("sigaction", which, "EINVAL", UNCHANGED)
     failure("fflush", which, "EIO ENOSPC EINTR", UNCHANGED)
 failure("isatty", 1, "ENOTTY", UNCHANGED)
+failure("isatty", "every", "EIO", UNCHANGED)
+# Where the standard input stays buffered, the password's question takes all that was typed.
+failure("setvbuf", 1, "ENOMEM", ended_after("login", last=PROMPT))
 failure("setvbuf", 2, "ENOMEM", UNCHANGED)
+failure("setvbuf", "every", "ENOMEM", ended_after("login", last=PROMPT))
 
 # Nothing can be done about a screen that takes no text: what is printed with the call is missing.
-failure("fwrite", 1, "EIO", Outcome(seen={"login": b"Username: admin\n\n"}))
-failure("fwrite", 2, "EIO EINTR", Outcome(seen={"login": GREETING + b"Username: admin\n"}))
-failure("fwrite", 1, "short", Outcome(seen={"login": GREETING[:17] + b"Username: admin\n\n"}))
+failure("write", 1, "EIO ENOSPC", Outcome(seen={"login": b"Username: admin\n\n"}))
+for which in (1, 2):
+    failure("write", which, "EINTR short", UNCHANGED)
+failure(
+    "write",
+    "every",
+    "EIO",
+    Outcome(
+        seen={
+            "login": b"Username: admin\n\n",
+            "list": b"list\n",
+            "get": b"get sip\n",
+            "get_extension": b"get forward 201\n",
+        }
+    ),
+)
+failure("fwrite", 1, "EIO EINTR", Outcome(seen={"login": GREETING + b"Username: admin\n"}))
+failure("fwrite", 4, "EIO", Outcome(seen={"save": b"save\n"}))
+failure("fwrite", 4, "short", Outcome(seen={"save": b"save\nError in a="}))
+failure(
+    "fwrite",
+    "every",
+    "EIO",
+    Outcome(
+        seen={
+            "login": GREETING + b"Username: admin\n",
+            "save": b"save\n",
+            "backup": backup(b"").replace(b"Starting configuration backup...\n", b""),
+            "restore": restore(b"").replace(b"Starting configuration restore...\n", b""),
+            "other_save": b"save\n",
+        },
+        saved=[b"\n\n", b"\n\n"],
+    ),
+)
 failure("printf", 1, "EIO", Outcome(seen={"log_ls": b"log_ls\n\nsip\nsip_reg\nQ.931\n\n"}))
 failure("printf", 2, "EIO", Outcome(seen={"log_ls": b"log_ls\n\ncm\nsip_reg\nQ.931\n\n"}))
 failure(
@@ -388,8 +430,10 @@ failure(
     "puts", 1, "EIO", Outcome(seen={"log_ls": b"log_ls\n\ncm\nsip\nsip_reg\nQ.931"})
 )
 failure("putchar", 1, "EIO", Outcome(seen={"help": b"help exit\nexit\t\tExit tessel.\n\n"}))
+failure("putchar", 2, "EIO", Outcome(seen={"help": b"help exit\n\nexit\t\tExit tessel.\n"}))
 failure("putchar", "every", "EIO", Outcome(seen={"help": b"help exit\nexit\t\tExit tessel.\n"}))
 failure("fputc", 1, "ENOSPC", Outcome(saved=[b"VERSION=2.1a=1\n", SAVED[1]]))
+failure("fputc", 2, "ENOSPC", Outcome(saved=[b"VERSION=2.1\na=1", SAVED[1]]))
 failure("fputc", "every", "ENOSPC", Outcome(saved=[b"VERSION=2.1a=1", b"VERSION=2.1b=2"]))
 
 # The line editor's own reads, a byte each: the typed lines end with an error and go on after an

@@ -182,6 +182,16 @@ ssize_t read(int file, void* buffer, std::size_t size) {
     return real<ssize_t(int, void*, std::size_t)>("read")(file, buffer, size);
 }
 
+ssize_t write(int file, const void* data, std::size_t size) {
+    if (fails("write", __builtin_return_address(0))) {
+        if (failing_error != SHORT) {
+            return -1;
+        }
+        size = (size + 1) / 2;
+    }
+    return real<ssize_t(int, const void*, std::size_t)>("write")(file, data, size);
+}
+
 int close(int file) {
     const int result = real<int(int)>("close")(file);
     return fails("close", __builtin_return_address(0)) ? -1 : result;
