@@ -52,9 +52,11 @@ TEST_F(CommandLoopTest, FirstWordThatNamesNoCommandIsQueuedAloneAndNothingIsPrin
     EXPECT_FALSE(_gDoExit);
 }
 
-TEST_F(CommandLoopTest, BlanksBeforeTheFirstWordAreSteppedOver) {
+TEST_F(CommandLoopTest, BlanksAndNothingElseBeforeTheFirstWordAreSteppedOver) {
     dispatch(" \t a=1 b");
-    EXPECT_EQ(_gQueryString, Queue{"a=1"});
+    dispatch("_b=2");
+    dispatch("\nc=3\r");
+    EXPECT_EQ(_gQueryString, (Queue{"a=1", "_b=2", "\nc=3\r"}));
 }
 
 TEST_F(CommandLoopTest, CommandGetsTheRestOfTheLineBehindItsBlanks) {

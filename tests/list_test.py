@@ -179,3 +179,8 @@ def test_menu_changed_while_the_shell_runs_is_seen_by_the_next_one(device):
 def test_opening_brace_may_stand_on_a_line_of_its_own(device):
     device.write(MENU_TREE, b'# menu\nITEM sip\n{\nACL=auto # all\nCAP="SIP"\n}\n')
     assert device.log_in().command(b"list") == listing([b"sip (SIP)"])
+
+
+def test_entries_behind_the_closing_brace_belong_to_no_item(device):
+    items = (item(b"sip", caption=None), b'CAP = "stray"\n', item(b"dns", acl=None), b"ACL = auto\n")
+    assert listed(device, *items) == listing([b"sip (sip)"])

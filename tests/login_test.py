@@ -148,6 +148,7 @@ def test_access_database_is_read_after_the_password_was_typed(device):
         b"section admin {\nUser_Name = admin\npassword = gateway\n}\n",
         b"section admin {\nuser_name = admin\n}\nsection user {\npassword = gateway\n}\n",
         b"user_name = admin\npassword = gateway\n",
+        b"section admin {\nuser_name = admin\n}\npassword = gateway\n",
     ],
     ids=[
         "no database",
@@ -159,6 +160,7 @@ def test_access_database_is_read_after_the_password_was_typed(device):
         "key in capitals",
         "password in another section",
         "entries outside a section",
+        "password behind the section",
     ],
 )
 def test_nobody_can_log_in_without_a_stored_pair(device, database):
