@@ -447,6 +447,8 @@ failure("libreadline/read", "every", "EIO", without_login(question=b"Username: "
 @pytest.fixture
 def gateway(device):
     """A device of few parts, whose back end and transfer programs note what they are asked."""
+    # The line editor's reads that are counted are those of typed lines.
+    device.remove("/etc/inputrc")
     device.write("/etc/menutree.conf", MENU_TREE)
     device.write("/etc/tarn-conf/telephony/extensiondb", EXTENSIONS)
     device.write("/etc/version.txt", b"Version: 2.1\n")

@@ -104,6 +104,18 @@ def test_texts_that_readers_need_not_know_are_those_of_the_code():
     assert len(texts) > 100
 
 
+def test_the_page_has_no_message_and_no_path_of_its_own():
+    page = (SOURCE_DIR / "docs/tessel.8").read_text().replace("\\&", "")
+    described = page.split(".Sh COMMANDS\n")[1].split("\n.Sh ")[0]
+    messages = re.findall(r'(?m)^\.It Li "?([^"\n]+)"?$', described)
+    paths = re.findall(r"/\w[\w./-]+/[\w.-]*\w", page.split("\n.Sh EXAMPLES\n")[0])
+    assert messages and paths
+    texts = {text for path in product_sources() for text in texts_in(path.read_text())}
+    code = "\0".join(texts)
+    assert [text for text in messages if text.replace("ERROR: ", "") not in code] == []
+    assert [path for path in paths if path not in code] == []
+
+
 def command_rows():
     table = (SOURCE_DIR / "shell/command_table.cpp").read_text()
     return re.findall(r'\{"(\w+)", \w+, "([^"]+)"\}', table)

@@ -151,6 +151,20 @@ def test_typed_setting_keeps_its_bytes(device, term, text):
     assert saved(device, console) == b"name=" + text + b"\n"
 
 
+# One by one, as from a keyboard on a slow line; those that come in a row are not looked at so closely.
+@pytest.mark.parametrize("text", [UMLAUTS.replace(b" ", b""), LATIN_1, bytes(range(0x80, 0x100))])
+def test_setting_typed_slowly_keeps_its_bytes(device, text):
+    console = device.console()
+    console.log_in()
+    console.type(b"name=")
+    console.read_until(b"name=")
+    for byte in text:
+        console.type(bytes([byte]))
+        console.read_until(bytes([byte]) if byte < 0x80 else b"\\%o" % byte)
+    console.enter(b"")
+    assert saved(device, console) == b"name=" + text + b"\n"
+
+
 @pytest.mark.parametrize("text", [UMLAUTS, LATIN_1])
 def test_typed_user_name_and_password_keep_their_bytes(device, text):
     device.write(
