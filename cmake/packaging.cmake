@@ -28,7 +28,7 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_GENERATOR DEB)
-set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_SOURCE_DIR}/packaging/debian.cmake)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_SOURCE_DIR}/packaging/prepare.cmake)
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
@@ -63,5 +63,5 @@ set(CPACK_SOURCE_PACKAGE_FILE_NAME tessel-${PROJECT_VERSION})
 # The folder's own name may hold what means something in a regular expression.
 string(REGEX REPLACE "([][+.*^$()?|\\])" "\\\\\\1" top "${CMAKE_SOURCE_DIR}")
 set(CPACK_SOURCE_IGNORE_FILES "^${top}/build/" "^${top}/\\.git/" "^${top}/\\.cache/"
-    "^${top}/compile_commands\\.json$" "/__pycache__/")
+    "^${top}/compile_commands\\.json$" "/__pycache__/" "/\\.hypothesis/")
 include(CPack)

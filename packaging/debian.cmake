@@ -1,7 +1,4 @@
-# Run by cpack between installation and packing: what Debian wants otherwise than others do.
-if(NOT CPACK_GENERATOR STREQUAL "DEB")
-  return()
-endif()
+# Included by prepare.cmake, which sets day: what Debian wants otherwise than others do.
 set(root ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr)
 set(documents ${root}/share/doc/tessel)
 
@@ -11,12 +8,6 @@ configure_file(${CMAKE_CURRENT_LIST_DIR}/copyright ${documents}/copyright COPYON
 configure_file(${CMAKE_CURRENT_LIST_DIR}/lintian-overrides ${root}/share/lintian/overrides/tessel COPYONLY)
 file(RENAME ${documents}/CHANGELOG.md ${documents}/changelog)
 
-# The day of the release stands in the change log.
-file(STRINGS ${documents}/changelog heading REGEX "^## ${CPACK_PACKAGE_VERSION} \\(")
-string(REGEX MATCH "[0-9]+-[0-9]+-[0-9]+" day "${heading}")
-if(NOT day)
-  message(FATAL_ERROR "CHANGELOG.md has no heading: ## ${CPACK_PACKAGE_VERSION} (YYYY-MM-DD)")
-endif()
 execute_process(COMMAND env LC_ALL=C date -u -R -d ${day}
                 OUTPUT_VARIABLE date OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 file(WRITE ${documents}/changelog.Debian
