@@ -1,10 +1,11 @@
 """The shell started by others: the recipes of docs/login.md, word by word, each with the real server
-in a sandbox of its own, and what else may stand on its command line."""
+in a sandbox of its own, and what else may stand on its command line.
+
+The servers are unpacked and not installed: an installed one would be started for this machine, too."""
 
 import os
 import re
 import shlex
-import shutil
 import subprocess
 from pathlib import Path
 
@@ -33,8 +34,39 @@ def recipe(file, about=""):
     return found[0]
 
 
-# An init insists on being the first process.
-INIT = ("/usr/bin/env", "-i", "/usr/bin/unshare", "--pid", "--fork", "--kill-child", "/sbin/init")
+UNPACKED = SOURCE_DIR / "build/servers"
+PACKAGES = (
+    "openssh-server",
+    "inetutils-inetd",
+    "inetutils-telnetd",
+    "busybox-static",
+    "util-linux",
+)
+# The servers' names in the sandbox, and where they come from.
+PROGRAMS = {
+    "/usr/sbin/sshd": UNPACKED / "usr/sbin/sshd",
+    "/usr/sbin/inetutils-inetd": UNPACKED / "usr/sbin/inetutils-inetd",
+    "/usr/sbin/telnetd": UNPACKED / "usr/sbin/telnetd",
+    "/usr/sbin/agetty": UNPACKED / "usr/sbin/agetty",
+    "/usr/sbin/busybox": UNPACKED / "usr/bin/busybox",
+    "/usr/sbin/dropbear": Path("/usr/sbin/dropbear"),
+}
+
+
+@pytest.fixture(scope="module", autouse=True)
+def fixture_servers():
+    architecture = subprocess.check_output(["dpkg", "--print-architecture"], text=True).strip()
+    make = [SOURCE_DIR / "scripts/make_sysroot", architecture, UNPACKED, *PACKAGES]
+    UNPACKED.parent.mkdir(exist_ok=True)
+    subprocess.run(["flock", f"{UNPACKED}.lock", *make], check=True)
+    for program in (*PROGRAMS.values(), "/usr/bin/inetutils-telnet"):
+        # Its absence would make tests pass for the wrong reason.
+        assert os.access(program, os.X_OK), program
+
+
+# An init insists on being the first process, also as /proc has it.
+UNSHARE = ("/usr/bin/unshare", "--pid", "--fork", "--kill-child", "--mount-proc")
+INIT = ("/usr/bin/env", "-i", *UNSHARE, "/sbin/init")
 
 
 class UserSandbox:
@@ -48,6 +80,10 @@ class UserSandbox:
     def command_line(self, *command):
         folders = [f"/{name}" for name in ("lib", "lib32", "lib64", "libx32", "sbin")]
         bound = [("--ro-bind-try", name, name) for name in folders if not os.path.islink(name)]
+        folders = [str(path) for path in Path("/usr").iterdir() if path.name != "sbin"]
+        bound += [("--ro-bind", name, name) for name in folders if not os.path.islink(name)]
+        bound += [("--ro-bind", str(path), name) for name, path in PROGRAMS.items()]
+        bound.append(("--ro-bind", str(UNPACKED / "usr/lib/openssh"), "/usr/lib/openssh"))
         user = str(self.uid)
         return [
             "bwrap",
@@ -66,9 +102,6 @@ class UserSandbox:
             "--bind",
             str(self.device.root),
             "/",
-            "--ro-bind",
-            "/usr",
-            "/usr",
             *(word for words in bound for word in words),
             "--proc",
             "/proc",
@@ -111,8 +144,8 @@ class UserSandbox:
         )
 
 
-def use_host_program(device, name, program):
-    """Puts a program of the host where the device has it."""
+def use_program(device, name, program):
+    """Puts a link to a program where the device has it."""
     device.write(name)
     device.path(name).unlink()
     device.path(name).symlink_to(os.path.relpath(program, Path(name).parent))
@@ -157,7 +190,7 @@ def expect_sessions_on(console):
 
 def test_getty_from_inittab(device, line):
     for name in ("/sbin/init", "/sbin/getty"):
-        use_host_program(device, name, "/usr/bin/busybox")
+        use_program(device, name, "/usr/sbin/busybox")
     device.write("/etc/inittab", recipe("/etc/inittab", "ttyS0::").encode())
     expect_sessions_on(line(*INIT))
 
@@ -173,7 +206,7 @@ def agetty_commands():
 
 @pytest.mark.parametrize("command", agetty_commands(), ids=["inittab", "systemd"])
 def test_agetty(device, line, command):
-    use_host_program(device, "/sbin/agetty", "/usr/sbin/agetty")
+    use_program(device, "/sbin/agetty", "/usr/sbin/agetty")
     console = line("/usr/bin/sh", "-c", f"while :; do /usr/bin/setsid -w {command}; done")
     expect_sessions_on(console)
 
@@ -213,7 +246,7 @@ def test_telnetd_from_inetd(device):
 def test_busybox_telnetd_from_inittab(device):
     device.remove("/sbin")
     for name in ("/sbin/init", "/bin/busybox"):
-        use_host_program(device, name, "/usr/bin/busybox")
+        use_program(device, name, "/usr/sbin/busybox")
     device.write("/etc/inputrc", PLAIN_EDITING)
     device.write("/etc/inittab", recipe("/etc/inittab", "telnetd").encode())
     server = f"setsid {' '.join(INIT)} </dev/null >/dev/null 2>&1 &\n"
@@ -269,6 +302,7 @@ class SshDevice:
         name, _, uid, gid, _, home, _ = line.strip().split(":")
         self.sandbox = UserSandbox(self.device, int(uid))
         self.device.write("/etc/passwd", self.device.read("/etc/passwd") + line.encode())
+        self.device.write("/etc/shadow", recipe("/etc/shadow", name).encode(), 0o600)
         self.device.write(
             "/etc/group", self.device.read("/etc/group") + f"{name}:x:{gid}:\n".encode()
         )
@@ -311,8 +345,14 @@ def account_with_a_forced_key(ssh):
     ssh.add_account(recipe("/etc/passwd", "operator"), keys)
 
 
+def account_where_sftp_asks_no_shell(ssh):
+    ssh.configure("Subsystem sftp internal-sftp\n")
+    account_with_the_shell(ssh)
+
+
 WAYS = {
     "account-openssh": ("openssh", account_with_the_shell),
+    "account-openssh-internal-sftp": ("openssh", account_where_sftp_asks_no_shell),
     "account-dropbear": ("dropbear", account_with_the_shell),
     "forced-command-openssh": ("openssh", account_with_a_forced_command),
     "forced-key-openssh": ("openssh", account_with_a_forced_key),
@@ -418,17 +458,3 @@ def test_arguments_and_the_name_change_nothing(device, words):
     console = device.console("/usr/bin/python3", "-c", AS, *shlex.split(words))
     expect_session(console)
     assert console.leave() == 0
-
-
-def test_the_servers_are_there():
-    """Their absence would make others pass for the wrong reason."""
-    for program in (
-        "busybox",
-        "agetty",
-        "telnetd",
-        "inetutils-inetd",
-        "inetutils-telnet",
-        "sshd",
-        "dropbear",
-    ):
-        assert shutil.which(program, path="/usr/sbin:/usr/bin"), program
