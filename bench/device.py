@@ -95,7 +95,7 @@ def make_device(root, scale):
         write(root / name, text)
     (root / "var" / "tmp").mkdir()
     (root / "var" / "run").symlink_to("../run")
-    for name in ("build", "bench"):
+    for name in ("build", "bench", "others"):
         (root / name).mkdir()
 
     data = root / "data"

@@ -3,8 +3,8 @@
 import statistics
 from html import escape
 
-WIDTH = 900
-LABEL_WIDTH = 430
+WIDTH = 950
+LABEL_WIDTH = 480
 BAR_WIDTH = 330  # of a bar that is exactly as long as allowed, and of the longest time
 BAR_HEIGHT = 14
 LINE_HEIGHT = 22

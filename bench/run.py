@@ -21,6 +21,19 @@ from device import SOURCE_DIR, make_device  # noqa: E402
 from scale import FULL, QUICK  # noqa: E402
 
 
+# Programs to compare with that are better not installed: one starts a service, one takes the place
+# of the system's own.
+OTHERS = SOURCE_DIR / "build" / "others"
+OTHER_PACKAGES = ("frr", "busybox-static")
+
+
+def unpack_others():
+    architecture = subprocess.check_output(["dpkg", "--print-architecture"], text=True).strip()
+    make = [SOURCE_DIR / "scripts" / "make_sysroot", architecture, OTHERS, *OTHER_PACKAGES]
+    OTHERS.parent.mkdir(exist_ok=True)
+    subprocess.run(["flock", f"{OTHERS}.lock", *make], check=True)
+
+
 def sandbox(root, build, command):
     """The command line that runs a command on the device."""
     line = ["bwrap", "--unshare-all", "--die-with-parent", "--hostname", "gateway"]
@@ -31,6 +44,7 @@ def sandbox(root, build, command):
         if not os.path.islink("/" + directory):
             line += ["--ro-bind-try", "/" + directory, "/" + directory]
     line += ["--ro-bind", build, "/build", "--ro-bind", SOURCE_DIR / "bench", "/bench"]
+    line += ["--ro-bind", OTHERS, "/others"]
     line += ["--chdir", "/", *command]
     return list(map(str, line))
 
@@ -47,6 +61,9 @@ def stripped_sizes(build, scratch):
 
 
 def measure(build, quick, groups):
+    unpack_others()
+    # What was just built would count as memory that has been written.
+    os.sync()
     with tempfile.TemporaryDirectory(prefix="tessel-bench-") as folder:
         root = Path(folder) / "root"
         make_device(root, QUICK if quick else FULL)
