@@ -15,7 +15,7 @@ import subprocess
 import pexpect
 import pytest
 
-from sandbox import Sandbox
+from gateway_processes import Sandbox
 
 TOP = pathlib.Path(__file__).resolve().parent.parent
 MAKE_ROOT = TOP / "gateway/make_root"

@@ -25,7 +25,7 @@ import time
 import pytest
 
 from console import PASSWORD, PROMPT, REFUSAL, SAVE_FILE, SHELL, USER, wait_until
-from sandbox import Sandbox, running
+from gateway_processes import Sandbox, running
 
 # The session stands behind other programs on the terminal, as it does on the development gateway
 # or when a shell runs it. Ctrl-Z is pressed where a shell with job control runs it.

@@ -12,7 +12,7 @@ import pytest
 from hypothesis import HealthCheck, Phase, configuration, example, given, settings
 
 import model
-from sandbox import Sandbox, without_open_addresses
+from recording_device import RecordingDevice, without_open_addresses
 from sessions import made_up_sessions
 
 SESSIONS_IN_A_CHECK = 300
@@ -40,12 +40,12 @@ TYPED = b"admin\ngateway\nget sip\n" + b"".join(
 
 
 @pytest.fixture(scope="module")
-def sandbox():
+def recording_device():
     with tempfile.TemporaryDirectory(prefix="tessel-model-") as folder:
         configuration.set_hypothesis_home_dir(Path(folder) / "hypothesis")
-        sandbox = Sandbox(Path(folder) / "root")
-        yield sandbox
-        sandbox.close()
+        recording_device = RecordingDevice(Path(folder) / "root")
+        yield recording_device
+        recording_device.close()
 
 
 @settings(
@@ -59,9 +59,9 @@ def sandbox():
 )
 @given(made_up_sessions())
 @example((SELDOM_MET, TYPED))
-def test_program_and_model_agree(sandbox, session):
+def test_program_and_model_agree(recording_device, session):
     gateway, typed = session
     expected = model.play(gateway, typed)
-    seen = without_open_addresses(sandbox.play(gateway, typed), expected)
+    seen = without_open_addresses(recording_device.play(gateway, typed), expected)
     for what in ("screen", "status", "errors", "requests", "command_lines", "calls", "files"):
         assert (what, getattr(seen, what)) == (what, getattr(expected, what))

@@ -17,7 +17,7 @@ from model import (
     sections,
     stored,
 )
-from sandbox import DATABASE, OTHER_DATABASE
+from recording_device import DATABASE, OTHER_DATABASE
 
 NAMES = [b"sip", b"isdn", b"forward", b"Sip", b"9", b"a.b", b"lcrwizard", b"lcrwizard2", b""]
 EXTENSIONS = [b"201", b"202", b"a b", b"x", b"20"]

@@ -34,7 +34,7 @@ set input-meta on
 set output-meta on
 set enable-bracketed-paste off
 """
-SURROUNDINGS = {"PATH", "HOME", "SHELL", "TERM", "INPUTRC", "COLUMNS", "LINES", "PWD"}
+SURROUNDINGS = {"PATH", "HOME", "SHELL", "TERM", "INPUTRC", "COLUMNS", "LINES", "PWD", "LD_PRELOAD"}
 
 INTERPRETER = b"""[ "$1" = -c ] || exec /usr/bin/sh "$@"
 for last; do :; done
@@ -72,7 +72,7 @@ PROGRAMS = {
 }
 
 
-class Sandbox:
+class RecordingDevice:
     """One device for many sessions; each finds the files of its own gateway and no other."""
 
     def __init__(self, root):
