@@ -273,7 +273,7 @@ def test_endless_answer_to_the_logout_does_not_hold_up_the_end(device):
 
 def test_back_end_that_is_down(device):
     console = device.log_in()
-    device.remove("/run/backend.sock")
+    device.remove("/run/backend/socket")
     console.command(b"a=1")
     assert console.command(b"get sip") == b"\nSIP settings\n\n\n\n"
     assert console.command(b"save") == b""

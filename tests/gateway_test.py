@@ -373,7 +373,7 @@ def test_a_command_that_handles_no_signal_ends_by_ctrl_c(gateway):
 
 def test_a_closed_terminal_hangs_up_the_command_and_its_child(gateway):
     terminal = gateway.on_terminal(
-        "trap 'hung_up=yes' HUP; echo READY; sleep 1000;"
+        "trap 'hung_up=yes' HUP; sh -c 'echo READY; exec sleep 1000';"
         " echo status $? hung up $hung_up >/tmp/end"
     )
     sandbox = Sandbox(gateway.root)
@@ -384,8 +384,8 @@ def test_a_closed_terminal_hangs_up_the_command_and_its_child(gateway):
 
 def test_a_late_hang_up_spares_a_logout_that_has_begun(gateway):
     terminal = gateway.on_terminal(
-        "PATH_INFO=logout.cgi sleep 1000 & logout=$!; trap : HUP; echo READY;"
-        " sleep 1000; kill -s 0 $logout && echo spared >/tmp/end"
+        "PATH_INFO=logout.cgi sleep 1000 & logout=$!; trap : HUP;"
+        " sh -c 'echo READY; exec sleep 1000'; kill -s 0 $logout && echo spared >/tmp/end"
     )
     sandbox = Sandbox(gateway.root)
     terminal.ptyproc.fileobj.close()
@@ -727,9 +727,9 @@ def test_the_client_passes_megabytes_unchanged(gateway):
 
 
 def test_the_client_is_quiet_when_the_back_end_is_down(gateway):
-    output = gateway.sh("kill $(cat /run/backend.pid); rm /run/backend.sock; request logout.cgi")
+    output = gateway.sh("kill $(cat /run/backend.pid); rm /run/backend/socket; request logout.cgi")
     assert output == ""
-    assert "/run/backend.sock" in gateway.file("/var/log/fcgiclient.log").read_text()
+    assert "/run/backend/socket" in gateway.file("/var/log/fcgiclient.log").read_text()
 
 
 def test_the_client_leaves_standard_input_alone(gateway):

@@ -13,6 +13,13 @@ NO_LOG = b"ERROR: There is no such log file\n"
 NEXT_LITERAL = b"\x16"
 
 
+def words_of_cat(device, path):
+    """What the device's own cat says of a file that it cannot print."""
+    words = device.run(b"", "cat", path).errors
+    assert words.startswith(b"cat: ") and path.encode() in words
+    return words
+
+
 @pytest.mark.parametrize("line", [b"log_ls", b"log_ls sip", b"log_ls a b"])
 def test_log_ls_prints_the_names_in_their_order(device, line):
     assert device.log_in().command(line) == b"\ncm\nsip\nsip_reg\nQ.931\n\n"
@@ -81,16 +88,16 @@ def test_anything_but_a_name_is_refused_and_runs_nothing(device, argument):
 
 @pytest.mark.parametrize("name", LOGS)
 def test_missing_log_leaves_the_word_to_cat(device, name):
-    path = LOGS[name]
-    device.remove(path)
-    assert device.log_in().command(b"show " + name) == (
-        b"cat: " + path.encode() + b": No such file or directory\n"
-    )
+    device.remove(LOGS[name])
+    words = words_of_cat(device, LOGS[name])
+    assert device.log_in().command(b"show " + name) == words
 
 
 def test_unreadable_log_leaves_the_word_to_cat(device):
-    device.write(LOGS[b"sip"], b"secret\n", mode=0)
-    assert device.log_in().command(b"show sip") == b"cat: /tmp/logs/sip_ua.log: Permission denied\n"
+    path = LOGS[b"sip"]
+    device.write(path, b"secret\n", mode=0)
+    words = words_of_cat(device, path)
+    assert device.log_in().command(b"show sip") == words
 
 
 def test_missing_cat_is_told_by_the_command_interpreter_alone(device):
