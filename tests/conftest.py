@@ -5,7 +5,27 @@ from pathlib import Path
 
 import pytest
 
-from console import MAKE_ROOT, PROGRAM_DIR, Device
+from console import MAKE_ROOT, ON_MACHINE, PROGRAM_DIR, TARGET, Device
+from machine import MACHINE_ONLY, NOT_ON_TARGET, MachineDevice, MachineRoom
+
+# What tests ask for that run the shell or its back end.
+GATEWAYS = {"device", "gateway", "sandbox"}
+
+
+def pytest_collection_modifyitems(items):
+    """Skips what cannot run on the device that the tests are for, with the reason."""
+    for item in items:
+        file = item.path.name
+        reason = None
+        if file in MACHINE_ONLY:
+            reason = None if ON_MACHINE else "needs an emulated machine: ./check --target armhf"
+        elif TARGET and not GATEWAYS.intersection(item.fixturenames):
+            reason = "runs nothing on the device"
+        else:
+            not_there = NOT_ON_TARGET.get(TARGET, {})
+            reason = not_there.get(f"{file}::{item.originalname}", not_there.get(file))
+        if reason:
+            item.add_marker(pytest.mark.skip(reason=reason))
 
 
 def pytest_sessionstart():
@@ -14,11 +34,22 @@ def pytest_sessionstart():
             pytest.exit(f"{needed} is missing: build with -DTESSEL_GATEWAY=ON", returncode=2)
 
 
+@pytest.fixture(scope="session")
+def machine_room():
+    """Where emulated machines run."""
+    room = MachineRoom()
+    yield room
+    room.close()
+
+
 @pytest.fixture
-def device():
+def device(machine_room):
     """A device with factory settings that runs nothing yet."""
-    with tempfile.TemporaryDirectory(prefix="tessel-test-") as folder:
-        device = Device(Path(folder) / "root")
+    machine = machine_room.for_devices() if ON_MACHINE else None
+    where = machine.share if machine else None
+    with tempfile.TemporaryDirectory(prefix="tessel-test-", dir=where) as folder:
+        root = Path(folder) / "root"
+        device = MachineDevice(root, machine) if machine else Device(root)
         yield device
         device.close()
 
@@ -37,3 +68,10 @@ def pytest_runtest_makereport(item, call):
     device = getattr(item, "funcargs", {}).get("device")
     if report.failed and call.when == "call" and device is not None:
         report.sections.extend(device.transcripts())
+
+
+def pytest_terminal_summary(terminalreporter):
+    """Tells what tests have measured."""
+    for report in terminalreporter.getreports("passed"):
+        for name, value in report.user_properties:
+            terminalreporter.write_line(f"{name}: {value}")

@@ -37,6 +37,10 @@ SAVE_FILE = "/tmp/consoleLCFile"
 ENVIRONMENT = {**os.environ, "TERM": "dumb"}
 # Wide enough for the line editor to show every line that is typed here as it is, in one row.
 WINDOW = (24, 4000)
+# The 32-bit target that the tests are for, if any. Devices of armhf run on an emulated machine, and
+# its serial line is the console.
+TARGET = os.environ.get("TESSEL_TARGET", "")
+ON_MACHINE = TARGET == "armhf"
 # Seconds until a missing answer is a failure; only ever used up by a test that fails.
 PATIENCE = int(os.environ.get("TESSEL_TEST_PATIENCE") or 20)
 # Sessions that a test leaves open are ended in an orderly way, not killed: the sanitizers look for
@@ -126,7 +130,9 @@ class Device:
         if not self.exists("/record/requests"):
             return []
         notes = self.read("/record/requests").decode().split("\n\n")[:-1]
-        return [dict(line.split("=", 1) for line in note.split("\n")) for note in notes]
+        # Valgrind leaves an empty list of preloaded libraries behind.
+        lines = [[line for line in note.split("\n") if line != "LD_PRELOAD="] for note in notes]
+        return [dict(line.split("=", 1) for line in request) for request in lines]
 
     def record_command_lines(self):
         """Puts a recorder before the command interpreter."""
@@ -174,7 +180,7 @@ class Device:
     def console(self, *command, **terminal):
         """Opens a console; the shell, or the command given instead, has just been started. What is
         particular about the terminal is handed to Console."""
-        console = Console(self.start_command(command), **terminal)
+        console = self._new_console(command, **terminal)
         self._consoles.append(console)
         return console
 
@@ -186,15 +192,22 @@ class Device:
 
     def run(self, session, *command, patience=PATIENCE):
         """Feeds a session to the shell through a pipe, without a terminal."""
-        result = subprocess.run(
+        result = self._run(command, session, patience)
+        self._runs.append(result)
+        return result
+
+    def _new_console(self, command, **terminal):
+        return Console(self.start_command(command), **terminal)
+
+    def _run(self, command, session, patience):
+        done = subprocess.run(
             self.start_command(command),
             input=session,
             capture_output=True,
             env=ENVIRONMENT,
             timeout=patience,
         )
-        self._runs.append(result)
-        return RunResult(result.returncode, result.stdout, result.stderr)
+        return RunResult(done.returncode, done.stdout, done.stderr)
 
     def transcripts(self):
         """What happened, as (title, text), for the report of a failure."""
@@ -202,8 +215,8 @@ class Device:
             yield "last exchange", _readable(console.last_exchange)
             yield "whole console", _readable(console.screen)
         for run in self._runs:
-            yield "output of a run", _readable(run.stdout)
-            yield "errors of a run", _readable(run.stderr)
+            yield "output of a run", _readable(run.output)
+            yield "errors of a run", _readable(run.errors)
 
     def memory_errors(self):
         """What the sanitizers or valgrind have reported of the shell, when it runs under them."""
@@ -341,6 +354,14 @@ class Console:
     def modes(self):
         """How the terminal is set, as termios tells it."""
         return termios.tcgetattr(self._child.fileno())
+
+    def modes_at_start(self):
+        """How the terminal was set before anything ran on it, as every new one is."""
+        ours, its = os.openpty()
+        modes = termios.tcgetattr(its)
+        os.close(ours)
+        os.close(its)
+        return modes
 
     def hang_up(self):
         """Closes the terminal, which is then gone for all who use it."""

@@ -43,7 +43,8 @@ def environment_of_children(device, console):
     device.remove("/var/log/cm.log")
     device.path("/var/log/cm.log").symlink_to("/proc/self/environ")
     variables = console.command(b"show cm").decode().split("\0")[:-1]
-    return dict(variable.split("=", 1) for variable in variables)
+    # Valgrind leaves an empty list of preloaded libraries behind.
+    return dict(variable.split("=", 1) for variable in variables if variable != "LD_PRELOAD=")
 
 
 SAVE_REQUEST = request(

@@ -59,7 +59,8 @@ def memory(device):
                             raise
     except PermissionError as refusal:
         pytest.skip(f"the kernel does not let a process read another's memory: {refusal}")
-    assert len(blocks) > 5 and sum(map(len, blocks)) > 100_000
+    # A program without shared libraries has but a few.
+    assert len(blocks) > 3 and sum(map(len, blocks)) > 100_000
     return blocks
 
 

@@ -71,7 +71,7 @@ def is_editing(console):
     return not console.modes()[3] & termios.ICANON
 
 
-def modes_of_a_new_terminal(prepare=lambda terminal: None):
+def modes_of_a_new_terminal(prepare):
     ours, its = os.openpty()
     prepare(its)
     modes = termios.tcgetattr(its)
@@ -108,7 +108,7 @@ def test_commands_print_the_same_on_every_terminal(device, term, window):
     console.type(b"\x04")
     status, rest = console.end()
     assert status == 0
-    assert console.modes() == modes_of_a_new_terminal()
+    assert console.modes() == console.modes_at_start()
     assert set(ESCAPE_SEQUENCE.sub(b"", rest)) <= set(PROMPT)
 
 

@@ -1,0 +1,20 @@
+// Does to a serial line what the kernel does when the carrier is lost: whoever has it open is cut
+// off and the session on it gets a hang-up. The emulated serial port has no modem lines to do so
+// itself.
+//
+// usage: hang_up DEVICE
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+int main(int argc, char** argv) {
+    const int line = argc == 2 ? open(argv[1], O_RDWR | O_NOCTTY | O_NONBLOCK) : -1;
+    if (line < 0 || ioctl(line, TIOCVHANGUP) != 0) {
+        std::perror("hang_up");
+        return 1;
+    }
+    close(line);
+    return 0;
+}
