@@ -1,7 +1,6 @@
 #include "session/login.h"
 
 #include <cstdlib>
-#include <exception>
 #include <memory>
 #include <optional>
 
@@ -22,7 +21,7 @@ std::unique_ptr<Configuration::MultiSectionFile> open_access_database() {
     try {
         return std::make_unique<Configuration::MultiSectionFile>(
             ACCESS_DATABASE_PATH, false, false, false, "section", "{\n", "}\n", "=", "#", nullptr);
-    } catch (const std::exception&) {
+    } catch (...) {
         return nullptr;
     }
 }
