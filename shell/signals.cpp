@@ -9,6 +9,7 @@
 namespace {
 
 volatile std::sig_atomic_t end_was_requested = 0;
+volatile std::sig_atomic_t hang_up_was_passed_on = 0;
 timer_t reminder;
 bool has_reminder = false;
 
@@ -32,9 +33,9 @@ void request_end(int /*signal*/) {
 // The kernel tells only a session's first process of a lost terminal, which at the console is the
 // shell. Its children are in its process group; when it leads none, somebody else sees to them.
 void hang_up(int signal) {
-    const bool first = end_was_requested == 0;
     request_end(signal);
-    if (first && getpgrp() == getpid()) {
+    if (hang_up_was_passed_on == 0 && getpgrp() == getpid()) {
+        hang_up_was_passed_on = 1;  // this process is told again, too
         kill(0, SIGHUP);
     }
 }

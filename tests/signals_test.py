@@ -481,6 +481,17 @@ def test_first_on_its_terminal(device, state, event, outcome):
     play(device, state, event, outcome, first_on_terminal=True)
 
 
+@pytest.mark.parametrize("state", ["get", "save", "show", "transfer"])
+def test_program_is_told_of_a_terminal_closed_after_a_request_to_end(device, state):
+    scene = Scene(device, state)
+    scene.open(first_on_terminal=True)
+    scene.let_happen("SIGTERM")
+    scene.let_happen("terminal closed")
+    expect_end(scene, 0)
+    assert scene.journal() == expected_journal(state, "hangs up", "killed")
+    assert scene.sandbox.has_ended()
+
+
 @pytest.mark.parametrize("first_on_terminal", [False, True])
 @pytest.mark.parametrize("event", ["SIGTERM", "SIGHUP", "terminal closed"])
 @pytest.mark.parametrize("state, status", [("logout", 0), ("logout after wrong logins", 1)])
