@@ -322,6 +322,11 @@ class SshDevice:
         return self.sandbox.run(*self.client(command), typed=typed)
 
 
+def account_alone(ssh):
+    """With no word about it in the server's configuration."""
+    ssh.add_account(recipe("/etc/passwd", "admin"))
+
+
 def account_with_the_shell(ssh):
     ssh.configure(
         ssh.device.read("/etc/ssh/sshd_config").decode()
@@ -351,6 +356,7 @@ def account_where_sftp_asks_no_shell(ssh):
 
 
 WAYS = {
+    "account-alone-openssh": ("openssh", account_alone),
     "account-openssh": ("openssh", account_with_the_shell),
     "account-openssh-internal-sftp": ("openssh", account_where_sftp_asks_no_shell),
     "account-dropbear": ("dropbear", account_with_the_shell),
@@ -360,9 +366,9 @@ WAYS = {
 }
 
 
-@pytest.fixture(name="ssh", params=WAYS.values(), ids=WAYS)
+@pytest.fixture(name="ssh", params=WAYS)
 def fixture_ssh(device, request):
-    server, set_up = request.param
+    server, set_up = WAYS[request.param]
     ssh = SshDevice(device, server)
     set_up(ssh)
     return ssh
@@ -428,6 +434,8 @@ def test_copying_programs_work_with_another_shell(device):
     assert try_to_copy(ssh) == (list(COPIES), list(COPIES))
 
 
+# Nothing but the server's configuration stops that.
+@pytest.mark.parametrize("ssh", [way for way in WAYS if "alone" not in way], indirect=True)
 def test_no_port_is_forwarded(ssh):
     done = ssh.run("ssh -F /etc/ssh/client -o LogLevel=INFO -W 127.0.0.1:1 gateway")
     assert done.returncode != 0
