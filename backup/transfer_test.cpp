@@ -144,6 +144,14 @@ TEST(TransferCommand, ActiveCharacterIsEscapedForABackupTwiceBeforeTheSlash) {
     }
 }
 
+// wput takes all up to the last at sign for user and password, and hands the password to nobody.
+TEST(TransferCommand, PasswordStandsAsTypedForABackupWhateverItHolds) {
+    for (const std::string password : {"p$w", "p@$w", "@$@", "p:`@w", "%24@\\"}) {
+        EXPECT_EQ(backup({"h", "", "u", password, ""}),
+                  BACKUP_HEAD + "'ftp://u:" + password + "@h/" + NAME + "'" + BACKUP_TAIL);
+    }
+}
+
 TEST(TransferCommand, EscapeOfAnActiveCharacterIsEscapedForABackup) {
     for (const std::string digits : {"24", "60", "22", "5C", "5c"}) {
         EXPECT_EQ(backup({"h", "", "u%" + digits + "x", "pw", ""}),
