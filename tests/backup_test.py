@@ -352,6 +352,9 @@ def test_backup_file_is_named_by_the_local_time_at_the_command(device, hours):
         (b"x" * 1024 + b"\none\n", 0, BACKUP_FINISHED),
         (b"x" * 1015 + b"FINISHED", 0, BACKUP_FINISHED),
         (b"one\n" + b"x" * 1016 + b"FINISHED", 0, BACKUP_FAILED),
+        # A NUL byte ends its line
+        (b"one\0FINISHED\n", 0, BACKUP_FAILED),
+        (b"one\0two\nFINISHED\n", 0, BACKUP_FINISHED),
     ],
 )
 def test_outcome_of_a_backup(device, log, status, outcome):
@@ -444,6 +447,7 @@ def test_restore_that_succeeds_reboots_and_does_not_show_the_log(device, console
         (b"one\n" + b"x" * 1023, b"one\n" + b"x" * 1023 + b"\n"),
         (b"one\n" + b"x" * 1024, b"one\n"),
         (b"\xff\t\x1b[1m\r\n", b"\xff\t\x1b[1m\r\n"),
+        (b"one\0lost\n\0\ntwo\n", b"one\n\ntwo\n"),
         (b"line\n" * 5000, b"line\n" * 5000),
     ],
 )
