@@ -265,6 +265,12 @@ def test_line_editor_has_its_default_name_during_the_login_only(device):
     assert console.command(reread + b"\x14", echo=b"own name") == b""
 
 
+def test_tab_completes_names_of_files_before_the_login(device):
+    console = device.console()
+    console.read_until(b"Username: ")
+    console.exchange(b"/etc/menut\t", b"Password: ", echo=b"/etc/menutree.conf ")
+
+
 def test_command_line_arguments_are_ignored(device):
     console = device.log_in(SHELL, "--help", "-x", "exit")
     assert console.screen == GREETING + b"Username: admin\nPassword: \n\ntessel:> "
