@@ -129,6 +129,18 @@ def test_backup_goes_to_the_port_and_the_folder_that_were_named(device, port, pa
     assert outcome.endswith(b"\n" + RESTORE_FINISHED)
 
 
+@pytest.mark.parametrize("folder", [b"a;b", b"a#b", b"a$b?c d"])
+def test_folder_with_characters_of_addresses_in_its_name(device, folder):
+    console = device.log_in()
+    assert backup(console, path=folder) == BACKUP_FINISHED
+    (name,) = archives(device, f"{HOME}/{folder.decode()}")
+    # wget ends the path at either of the two.
+    typed = folder.replace(b";", b"%3B").replace(b"#", b"%23")
+    if typed != folder:
+        assert restore(console, folder + b"/" + name).endswith(EMPTY + RESTORE_FAILED)
+    assert restore(console, typed + b"/" + name).endswith(b"\n" + RESTORE_FINISHED)
+
+
 def test_later_backup_counts_even_within_the_same_minute(device):
     console = device.log_in()
     for proxy in (b"short", b"a-longer-name", b"tiny"):
