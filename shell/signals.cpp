@@ -62,7 +62,7 @@ void install_signal_handlers() {
     has_reminder = timer_create(CLOCK_MONOTONIC, &event, &reminder) == 0;
 
     // Handlers, not SIG_IGN: a handler is reset to the default action in children.
-    for (const int signal : {SIGINT, SIGQUIT, SIGPIPE}) {
+    for (const int signal : {SIGINT, SIGQUIT, SIGPIPE, SIGXFSZ}) {
         handle(signal, ignore_signal, SA_RESTART);
     }
     handle_end_requests(SA_RESTART);

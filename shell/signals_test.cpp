@@ -36,24 +36,25 @@ TEST_F(SignalsTest, HangUpAndTerminationAskTheSessionToEnd) {
     });
 }
 
-TEST_F(SignalsTest, KeysThatInterruptAndABrokenPipeDoNot) {
+TEST_F(SignalsTest, KeysAndFailedWritesDoNot) {
     expect_in_child([] {
         install_signal_handlers();
         raise(SIGINT);
         raise(SIGQUIT);
         raise(SIGPIPE);
+        raise(SIGXFSZ);
         return !end_requested();
     });
 }
 
 TEST_F(SignalsTest, ChildrenHaveTheDefaultActionEvenOfSignalsInheritedAsIgnored) {
     expect_in_child([] {
-        for (const int signal : {SIGINT, SIGQUIT, SIGPIPE, SIGHUP, SIGTERM}) {
+        for (const int signal : {SIGINT, SIGQUIT, SIGPIPE, SIGXFSZ, SIGHUP, SIGTERM}) {
             std::signal(signal, SIG_IGN);
         }
         install_signal_handlers();
         // A handler is set back to the default when another program starts.
-        for (const int signal : {SIGINT, SIGQUIT, SIGPIPE, SIGHUP, SIGTERM}) {
+        for (const int signal : {SIGINT, SIGQUIT, SIGPIPE, SIGXFSZ, SIGHUP, SIGTERM}) {
             struct sigaction action = {};
             sigaction(signal, nullptr, &action);
             if (action.sa_handler == SIG_IGN || action.sa_handler == SIG_DFL) {

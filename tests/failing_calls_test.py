@@ -564,6 +564,21 @@ def test_request_to_end_needs_no_timer_at_the_prompt(gateway, call):
     assert requests(gateway) == [LOGOUT_REQUEST]
 
 
+# Files that may not grow
+
+
+def test_limit_on_the_size_of_files(device):
+    """What exceeds it is not written, and the signal that tells of it ends nothing."""
+    device.stand_in("fcgiclient", b"echo $PATH_INFO >>/record/asked")
+    settings = b"".join(b"s%d=%s\n" % (number, b"x" * 250) for number in range(100))
+    typed = LOGIN + settings + b"save\nhelp exit\nexit\n"
+    result = device.run(typed, "/bin/sh", "-c", f"ulimit -f 40; exec {SHELL}")
+    assert result.output.endswith(PROMPT + SEEN["help"] + PROMPT + b"exit\n")
+    assert result.status == 0
+    assert len(device.read(SAVE_FILE)) == 40 * 512 < len(settings)
+    assert device.read("/record/asked") == b"putconf.cgi\nlogout.cgi\n"
+
+
 # A full disk
 
 
