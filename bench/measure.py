@@ -398,7 +398,7 @@ def measure_menu(scale):
 
 
 # The end of the session counts; after several lists it weighs little.
-LISTS_IN_A_ROW = 5
+LISTS_IN_A_ROW = 10
 
 
 def measure_list(scale):
