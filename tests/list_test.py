@@ -167,6 +167,19 @@ def test_first_item_of_a_name_keeps_its_caption(device):
     ) == listing([b"sip (First)"], [b"sip (Third)"])
 
 
+def test_order_and_first_of_a_name_do_not_depend_on_where_names_differ(device):
+    starts = [b"same_beginning_of_all"[:length] for length in range(22)]
+    names = sorted({start + end for start in starts for end in (b"", b"a", b"\xff")} - {b""})
+    # Neither in order nor in reverse
+    numbers = [number * 29 % len(names) for number in range(len(names))]
+    assert sorted(numbers) == list(range(len(names)))
+    items = [item(names[number], caption=b'"%d"' % number) for number in numbers]
+    again = [item(names[number], caption=b'"again"') for number in numbers]
+    assert listed(device, *items, *again) == listing(
+        name + b" (%d)" % number for number, name in enumerate(names)
+    )
+
+
 def test_menu_changed_while_the_shell_runs_is_seen_by_the_next_one(device):
     device.write(MENU_TREE, item(b"old"))
     console = device.log_in()

@@ -4,7 +4,7 @@
 //     FAIL=CALL:WHICH:HOW     CALL is a function below, for calls made by the program itself, or
 //                             libreadline/read for those of the line editor. WHICH is the number of
 //                             the call that fails, counted from 1, or "every". HOW is the name of
-//                             an error, or "short" for half of what was asked for.
+//                             an error, or "short" for half of what was asked for, or "nothing".
 //     FAIL_RECORD=FILE        gets a line for every call that has failed, so that a test knows that
 //                             its failure was met.
 //
@@ -34,10 +34,11 @@ struct Error {
 };
 
 constexpr int SHORT = -1;
+constexpr int NOTHING = -2;
 constexpr Error ERRORS[] = {
     {"EINTR", EINTR},   {"EIO", EIO},       {"ENOSPC", ENOSPC}, {"EMFILE", EMFILE},
     {"ENOMEM", ENOMEM}, {"EAGAIN", EAGAIN}, {"EACCES", EACCES}, {"EINVAL", EINVAL},
-    {"ENOTTY", ENOTTY}, {"ECHILD", ECHILD}, {"short", SHORT},
+    {"ENOTTY", ENOTTY}, {"ECHILD", ECHILD}, {"short", SHORT},   {"nothing", NOTHING},
 };
 
 // What FAIL says; nothing fails while the name is empty.
@@ -123,7 +124,7 @@ bool fails(const char* call, const void* caller) {
         return false;
     }
     record();
-    errno = failing_error == SHORT ? ENOSPC : failing_error;
+    errno = failing_error < 0 ? ENOSPC : failing_error;
     return true;
 }
 
@@ -185,7 +186,7 @@ ssize_t read(int file, void* buffer, std::size_t size) {
 ssize_t write(int file, const void* data, std::size_t size) {
     if (fails("write", __builtin_return_address(0))) {
         if (failing_error != SHORT) {
-            return -1;
+            return failing_error == NOTHING ? 0 : -1;
         }
         size = (size + 1) / 2;
     }
