@@ -7,11 +7,11 @@
 #include <string>
 
 #include "backup/transfer.h"
-#include "shell/file.h"
-#include "shell/process.h"
-#include "shell/secret.h"
-#include "shell/signals.h"
-#include "shell/text.h"
+#include "console/file.h"
+#include "console/process.h"
+#include "console/secret.h"
+#include "console/signals.h"
+#include "console/text.h"
 
 namespace {
 

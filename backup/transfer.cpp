@@ -9,8 +9,8 @@
 #include <optional>
 #include <string_view>
 
-#include "shell/line_editor.h"
-#include "shell/secret.h"
+#include "console/line_editor.h"
+#include "console/secret.h"
 
 namespace {
 

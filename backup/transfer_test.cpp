@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "shell/secret.h"
+#include "console/secret.h"
 #include "tests/unit/freed_memory.h"
 #include "tests/unit/outside.h"
 

@@ -19,8 +19,8 @@
 #include "config/config_file.h"
 #include "config/multi_section_config_file.h"
 #include "config/multi_section_file.h"
+#include "console/state.h"
 #include "save/save.h"
-#include "shell/state.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "shell/state.h"
-#include "shell/text.h"
+#include "console/state.h"
+#include "console/text.h"
 
 namespace {
 

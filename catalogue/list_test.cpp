@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "shell/state.h"
+#include "console/state.h"
 #include "tests/unit/capture.h"
 #include "tests/unit/outside.h"
 

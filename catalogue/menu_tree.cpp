@@ -9,7 +9,7 @@
 
 #include "config/config_buffer.h"
 #include "config/multi_section_config_file.h"
-#include "shell/state.h"
+#include "console/state.h"
 
 namespace {
 

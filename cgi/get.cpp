@@ -4,8 +4,8 @@
 
 #include "catalogue/extension_database.h"
 #include "cgi/legible_configuration.h"
-#include "shell/state.h"
-#include "shell/text.h"
+#include "console/state.h"
+#include "console/text.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <string_view>
 
 #include "cgi/cgi_gateway.h"
-#include "shell/file.h"
-#include "shell/state.h"
-#include "shell/text.h"
+#include "console/file.h"
+#include "console/state.h"
+#include "console/text.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "shell/state.h"
+#include "console/state.h"
 #include "tests/unit/capture.h"
 #include "tests/unit/outside.h"
 #include "tests/unit/temporary_folder.h"

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <string>
 
-#include "shell/process.h"
-#include "shell/text.h"
+#include "console/process.h"
+#include "console/text.h"
 
 namespace {
 

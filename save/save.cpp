@@ -8,9 +8,9 @@
 #include <string_view>
 
 #include "config/config_file.h"
-#include "shell/file.h"
-#include "shell/state.h"
-#include "shell/text.h"
+#include "console/file.h"
+#include "console/state.h"
+#include "console/text.h"
 
 namespace {
 

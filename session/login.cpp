@@ -6,11 +6,11 @@
 
 #include "config/config_buffer.h"
 #include "config/multi_section_file.h"
+#include "console/line_editor.h"
+#include "console/secret.h"
+#include "console/signals.h"
+#include "console/text.h"
 #include "session/logout.h"
-#include "shell/line_editor.h"
-#include "shell/secret.h"
-#include "shell/signals.h"
-#include "shell/text.h"
 
 namespace {
 

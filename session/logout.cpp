@@ -1,7 +1,7 @@
 #include "session/logout.h"
 
 #include "cgi/cgi_gateway.h"
-#include "shell/signals.h"
+#include "console/signals.h"
 
 int admin_logout() {
     ignore_hang_ups();

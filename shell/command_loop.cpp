@@ -3,11 +3,11 @@
 #include <cstddef>
 #include <cstring>
 
+#include "console/line_editor.h"
+#include "console/state.h"
+#include "console/text.h"
 #include "session/logout.h"
 #include "shell/command_table.h"
-#include "shell/line_editor.h"
-#include "shell/state.h"
-#include "shell/text.h"
 
 namespace {
 

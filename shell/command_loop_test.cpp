@@ -6,7 +6,7 @@
 
 #include <readline/history.h>
 
-#include "shell/state.h"
+#include "console/state.h"
 #include "tests/unit/capture.h"
 #include "tests/unit/outside.h"
 

@@ -6,9 +6,9 @@
 #include "backup/backup.h"
 #include "catalogue/list.h"
 #include "cgi/get.h"
+#include "console/state.h"
 #include "logs/logs.h"
 #include "save/save.h"
-#include "shell/state.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include "backup/backup.h"
 #include "catalogue/list.h"
 #include "cgi/get.h"
+#include "console/state.h"
 #include "logs/logs.h"
 #include "save/save.h"
-#include "shell/state.h"
 #include "tests/unit/capture.h"
 #include "tests/unit/outside.h"
 

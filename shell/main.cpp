@@ -1,8 +1,8 @@
 #include "catalogue/menu_tree.h"
+#include "console/line_editor.h"
+#include "console/signals.h"
 #include "session/login.h"
 #include "shell/command_loop.h"
-#include "shell/line_editor.h"
-#include "shell/signals.h"
 
 // Arguments are ignored: as a login shell the program is started with whatever the caller fancies.
 int main() {

@@ -9,7 +9,7 @@ import pytest
 from console import PASSWORD, PROGRAM_DIR, SOURCE_DIR, START, Console
 
 PAGE = PROGRAM_DIR / "tessel.8"
-PRODUCT_FOLDERS = ("shell", "config", "catalogue", "session", "cgi", "save", "backup", "logs")
+PRODUCT_FOLDERS = ("shell", "console", "config", "catalogue", "session", "cgi", "save", "backup", "logs")
 
 # Texts in the code that are no message, no path and nothing that another program or file sees.
 NOT_FOR_READERS = {

@@ -2,10 +2,10 @@
 
 #include <deque>
 
+#include "console/state.h"
+#include "console/text.h"
 #include "session/logout.h"
 #include "shell/command_loop.h"
-#include "shell/state.h"
-#include "shell/text.h"
 #include "tests/fuzz/support.h"
 
 namespace {

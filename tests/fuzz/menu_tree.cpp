@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "shell/state.h"
+#include "console/state.h"
 #include "tests/fuzz/plain_reader.h"
 #include "tests/fuzz/support.h"
 

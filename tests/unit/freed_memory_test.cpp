@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "shell/secret.h"
+#include "console/secret.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "shell/line_editor.h"
+#include "console/line_editor.h"
 
 // Standard output is buffered as in the program, so that a test sees the same flushes, whether it
 // runs on a terminal or not.

@@ -11,9 +11,9 @@
 
 #include <readline/readline.h>
 
-#include "shell/secret.h"
-#include "shell/state.h"
-#include "shell/text.h"
+#include "console/secret.h"
+#include "console/state.h"
+#include "console/text.h"
 
 Outside outside;
 

@@ -1,9 +1,9 @@
-#include "shell/process.h"
+#include "console/process.h"
 
 #include <string>
 #include <vector>
 
-#include "shell/text.h"
+#include "console/text.h"
 #include "tests/unit/capture.h"
 #include "tests/unit/outside.h"
 

@@ -1,4 +1,4 @@
-#include "shell/signals.h"
+#include "console/signals.h"
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include "shell/signals.h"
+#include "console/signals.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -8,7 +8,7 @@
 #include <csignal>
 #include <cstdlib>
 
-#include "shell/line_editor.h"
+#include "console/line_editor.h"
 #include "tests/unit/outside.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "shell/secret.h"
+#include "console/secret.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "shell/line_editor.h"
+#include "console/line_editor.h"
 
 #include <string>
 #include <vector>
@@ -6,7 +6,7 @@
 #include <readline/readline.h>
 #include <unistd.h>
 
-#include "shell/text.h"
+#include "console/text.h"
 #include "tests/unit/capture.h"
 #include "tests/unit/freed_memory.h"
 #include "tests/unit/outside.h"

@@ -1,4 +1,4 @@
-#include "shell/process.h"
+#include "console/process.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "shell/line_editor.h"
+#include "console/line_editor.h"
 
 #include <unistd.h>
 
@@ -9,7 +9,7 @@
 #include <readline/history.h>
 #include <readline/readline.h>
 
-#include "shell/signals.h"
+#include "console/signals.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "shell/secret.h"
+#include "console/secret.h"
 
 struct FreeDeleter {
     void operator()(char* text) const { std::free(text); }  // NOLINT(*-no-malloc)
