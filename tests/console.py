@@ -10,7 +10,7 @@ import os
 import select
 import shutil
 import signal
-import subprocess
+import tempfile
 import termios
 import time
 from collections import namedtuple
@@ -18,10 +18,17 @@ from pathlib import Path
 
 import pexpect
 
+import programs
+
 SOURCE_DIR = Path(os.environ.get("TESSEL_SOURCE_DIR") or Path(__file__).resolve().parent.parent)
 PROGRAM_DIR = Path(os.environ.get("TESSEL_PROGRAM_DIR") or SOURCE_DIR / "build")
 MAKE_ROOT = SOURCE_DIR / "gateway" / "make_root"
 START = SOURCE_DIR / "gateway" / "start"
+
+# Temporary files of the tests, and of all programs that they start, stand in the build folder.
+TEMPORARY_FILES = PROGRAM_DIR.absolute() / "tmp"
+TEMPORARY_FILES.mkdir(parents=True, exist_ok=True)
+os.environ["TMPDIR"] = tempfile.tempdir = str(TEMPORARY_FILES)
 
 SHELL = "/bin/tessel"
 USER = b"admin"
@@ -76,7 +83,7 @@ class Device:
         self._consoles = []
         self._runs = []
         self._serves_ftp = False
-        subprocess.run(["/bin/sh", MAKE_ROOT, self.root], check=True, timeout=PATIENCE)
+        programs.run(["/bin/sh", MAKE_ROOT, self.root], check=True, timeout=PATIENCE)
         self.path("/record").mkdir()
 
     def path(self, name):
@@ -200,7 +207,7 @@ class Device:
         return Console(self.start_command(command), **terminal)
 
     def _run(self, command, session, patience):
-        done = subprocess.run(
+        done = programs.run(
             self.start_command(command),
             input=session,
             capture_output=True,
@@ -228,7 +235,7 @@ class Device:
             console.close()
         errors = self.memory_errors()
         # Tests take rights away from folders. The last process of a console may still be at work.
-        subprocess.run(["chmod", "-R", "u+rwX", self.root], check=False, stderr=subprocess.DEVNULL)
+        programs.run(["chmod", "-R", "u+rwX", self.root], check=False, stderr=programs.DEVNULL)
         for _ in range(10):
             shutil.rmtree(self.root, ignore_errors=True)
         assert not self.root.exists(), f"{self.root} cannot be removed"
@@ -243,7 +250,7 @@ class Console:
     def __init__(self, command, environment=None, window=WINDOW, prepare=lambda: None):
         self._shown = io.BytesIO()
         self._exchange_start = 0
-        self._child = pexpect.spawn(
+        self._child = programs.on_terminal(
             command[0],
             command[1:],
             env=ENVIRONMENT if environment is None else environment,

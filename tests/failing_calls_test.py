@@ -12,11 +12,11 @@ none.
 import itertools
 import shutil
 import signal
-import subprocess
 from dataclasses import dataclass, field
 
 import pytest
 
+import programs
 from console import (
     ENVIRONMENT,
     GREETING,
@@ -592,7 +592,7 @@ cp -a "$1/tmp" "$1/record/tmp" && mount -t tmpfs -o size=64k tessel "$1/tmp" &&
 shift
 exec "$@"
 """
-    done = subprocess.run(
+    done = programs.run(
         ["unshare", "--map-root-user", "--mount", "sh", "-c", script, "sh", gateway.root]
         + gateway.start_command(),
         input=b"".join(TYPED.values()),

@@ -10,6 +10,7 @@ from datetime import datetime, timezone
 import pexpect
 import pytest
 
+import programs
 from backup_test import (
     BACKUP_FAILED,
     BACKUP_FINISHED,
@@ -169,13 +170,13 @@ def test_greeting_tells_how_to_back_up(device, tmp_path):
     build.mkdir(parents=True)
     for name in ("tessel", "gateway"):
         (build / name).symlink_to(PROGRAM_DIR / name)
-    programs = tmp_path / "programs"
-    programs.mkdir()
-    (programs / "cmake").symlink_to("/bin/true")
+    stand_ins = tmp_path / "programs"
+    stand_ins.mkdir()
+    (stand_ins / "cmake").symlink_to("/bin/true")
 
-    shown = pexpect.spawn(
+    shown = programs.on_terminal(
         str(tmp_path / "run"),
-        env={**ENVIRONMENT, "PATH": f"{programs}:{ENVIRONMENT['PATH']}"},
+        env={**ENVIRONMENT, "PATH": f"{stand_ins}:{ENVIRONMENT['PATH']}"},
         dimensions=WINDOW,
         timeout=PATIENCE,
         encoding="utf-8",

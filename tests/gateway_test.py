@@ -10,11 +10,11 @@ import pathlib
 import re
 import shutil
 import signal
-import subprocess
 
 import pexpect
 import pytest
 
+import programs
 from gateway_processes import Sandbox
 
 TOP = pathlib.Path(__file__).resolve().parent.parent
@@ -53,18 +53,18 @@ class Gateway:
         self.make()
 
     def make(self, *options):
-        subprocess.run([MAKE_ROOT, *options, self.root], check=True, timeout=TIMEOUT)
+        programs.run([MAKE_ROOT, *options, self.root], check=True, timeout=TIMEOUT)
 
     def command_line(self, *command, ftp=False):
         return [str(START), *(["--ftp"] if ftp else []), str(self.root), PROGRAM_DIR, *command]
 
     def start(self, *command, ftp=False, typed=""):
         """Runs a command without a terminal; its standard error is part of the output."""
-        return subprocess.run(
+        return programs.run(
             self.command_line(*command, ftp=ftp),
             input=typed.encode(),
-            stdout=subprocess.PIPE,
-            stderr=subprocess.STDOUT,
+            stdout=programs.PIPE,
+            stderr=programs.STDOUT,
             timeout=TIMEOUT,
         )
 
@@ -75,8 +75,8 @@ class Gateway:
         return done.stdout.decode()
 
     def popen(self, *command, ftp=False):
-        process = subprocess.Popen(
-            self.command_line(*command, ftp=ftp), stdin=subprocess.PIPE, stdout=subprocess.PIPE
+        process = programs.start(
+            self.command_line(*command, ftp=ftp), stdin=programs.PIPE, stdout=programs.PIPE
         )
         self.left_running.callback(process.kill)
         return process
@@ -90,7 +90,9 @@ class Gateway:
     def on_terminal(self, script):
         """A script that runs on a terminal, once it has said READY."""
         start, *arguments = self.command_line("sh", "-c", PRELUDE + script)
-        terminal = pexpect.spawn(start, arguments, timeout=TIMEOUT, encoding="utf-8", echo=False)
+        terminal = programs.on_terminal(
+            start, arguments, timeout=TIMEOUT, encoding="utf-8", echo=False
+        )
         self.left_running.callback(terminal.kill, signal.SIGKILL)
         terminal.expect_exact("READY\r\n")
         return terminal
@@ -143,7 +145,7 @@ def test_make_root_makes_what_the_device_holds(gateway):
 
 def test_make_root_makes_a_device_of_an_empty_folder(tmp_path):
     (tmp_path / "root").mkdir()
-    subprocess.run([str(MAKE_ROOT), str(tmp_path / "root")], check=True)
+    programs.run([str(MAKE_ROOT), str(tmp_path / "root")], check=True)
     assert (tmp_path / "root/etc/menutree.conf").stat().st_size > 0
 
 
@@ -190,7 +192,7 @@ def test_make_root_copes_with_folders_without_rights(gateway):
 def test_make_root_leaves_a_foreign_folder_alone(tmp_path):
     (tmp_path / "thesis.txt").write_text("years of work")
     for options in ([], ["--fresh"]):
-        done = subprocess.run(
+        done = programs.run(
             [MAKE_ROOT, *options, tmp_path], capture_output=True, text=True, timeout=TIMEOUT
         )
         assert done.returncode != 0
@@ -218,7 +220,7 @@ def test_start_tells_of_a_command_that_a_signal_ended(gateway):
 
 
 def test_start_without_a_root_says_so(tmp_path):
-    done = subprocess.run(
+    done = programs.run(
         [START, tmp_path / "none", PROGRAM_DIR, "true"], capture_output=True, timeout=TIMEOUT
     )
     assert done.returncode == 125
@@ -230,7 +232,7 @@ def test_a_root_in_use_is_refused(gateway):
     second = gateway.start("true")
     assert second.returncode == 125
     assert b"running on" in second.stdout
-    fresh = subprocess.run([MAKE_ROOT, "--fresh", gateway.root], capture_output=True, text=True)
+    fresh = programs.run([MAKE_ROOT, "--fresh", gateway.root], capture_output=True, text=True)
     assert fresh.returncode != 0
     assert "running on" in fresh.stderr
     first.communicate(b"\n", timeout=TIMEOUT)
@@ -244,7 +246,7 @@ def test_start_tells_why_the_back_end_does_not_start(gateway, tmp_path):
     broken = folder / "gateway/gateway_backend"
     broken.write_text("#!/bin/sh\necho out of order >&2\nexit 1\n")
     broken.chmod(0o755)
-    done = subprocess.run(
+    done = programs.run(
         [START, gateway.root, folder, "true"], capture_output=True, timeout=TIMEOUT
     )
     assert done.returncode == 125
@@ -335,7 +337,7 @@ def test_with_a_terminal_the_command_has_it_as_its_controlling_terminal(gateway)
 
 
 def test_without_a_terminal_the_command_has_none(gateway):
-    terminal = pexpect.spawn(
+    terminal = programs.on_terminal(
         "/bin/sh",
         ["-c", '"$@" </dev/null', "sh", *gateway.command_line("sh", "-c", ": </dev/tty")],
         timeout=TIMEOUT,
@@ -877,10 +879,10 @@ def test_there_is_no_ftp_server_unless_asked_for(gateway):
 
 
 def test_run_explains_itself():
-    done = subprocess.run([TOP / "run", "--help"], capture_output=True, text=True, timeout=TIMEOUT)
+    done = programs.run([TOP / "run", "--help"], capture_output=True, text=True, timeout=TIMEOUT)
     assert (done.returncode, done.stderr) == (0, "")
     assert "./run [--fresh] < FILE" in done.stdout
-    done = subprocess.run([TOP / "run", "--frsh"], capture_output=True, text=True, timeout=TIMEOUT)
+    done = programs.run([TOP / "run", "--frsh"], capture_output=True, text=True, timeout=TIMEOUT)
     assert (done.returncode, done.stdout) == (2, "")
     assert "./run [--fresh] < FILE" in done.stderr
 
@@ -904,7 +906,7 @@ def fixture_install(tmp_path):
         for name, script in scripts.items():
             (tools / name).write_text(f"#!/bin/sh\n{script}\n")
             (tools / name).chmod(0o755)
-        done = subprocess.run(
+        done = programs.run(
             [TOP / "scripts/install_packages", *groups],
             env={"PATH": str(tools)},
             capture_output=True,

@@ -4,10 +4,10 @@ import importlib.machinery
 import importlib.util
 import re
 import shutil
-import subprocess
 
 import pytest
 
+import programs
 from console import SOURCE_DIR
 
 DRAW = SOURCE_DIR / "scripts/draw_includes"
@@ -24,7 +24,7 @@ def fixture_draw_includes():
 
 
 def test_the_drawing_is_current():
-    done = subprocess.run([DRAW, "--check"], capture_output=True, text=True, check=False)
+    done = programs.run([DRAW, "--check"], capture_output=True, text=True, check=False)
     assert (done.returncode, done.stderr) == (0, "")
 
 
@@ -35,12 +35,12 @@ def test_a_new_include_is_noticed(tmp_path):
     with open(tmp_path / "config/config_text.cpp", "a", encoding="utf-8") as source:
         source.write('#include "console/text.h"\n')
     draw = tmp_path / "scripts/draw_includes"
-    done = subprocess.run([draw, "--check"], capture_output=True, text=True, check=False)
+    done = programs.run([draw, "--check"], capture_output=True, text=True, check=False)
     assert (done.returncode, done.stderr) == (
         1,
         "draw_includes: docs/maintainers.md is not current; run scripts/draw_includes\n",
     )
-    subprocess.run([draw], check=True)
+    programs.run([draw], check=True)
     assert "config --> console\n" in (tmp_path / "docs/maintainers.md").read_text()
 
 

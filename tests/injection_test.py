@@ -7,10 +7,9 @@ would cut the address. Most answers do not go through the dialogue, which would 
 product's own function makes command lines of them by the thousand.
 """
 
-import subprocess
-
 import pytest
 
+import programs
 from backup_test import BACKUP_FAILED, BACKUP_FINISHED, RESTORE_FAILED, questions
 from console import PROGRAM_DIR, PROMPT, SOURCE_DIR
 
@@ -153,10 +152,10 @@ def shifted(answers, text):
 def command_lines(direction, cases):
     """The product's command lines for those answers."""
     texts = [text for case in cases for text in (direction, *(case[place] for place in PLACES))]
-    printed = subprocess.run(
+    printed = programs.run(
         [PROGRAM_DIR / "tests" / "print_transfer_command"],
         input="".join(text + "\0" for text in texts).encode(),
-        stdout=subprocess.PIPE,
+        stdout=programs.PIPE,
         check=True,
         timeout=60,
     ).stdout

@@ -6,11 +6,11 @@ The servers are unpacked and not installed: an installed one would be started fo
 import os
 import re
 import shlex
-import subprocess
 from pathlib import Path
 
 import pytest
 
+import programs
 from console import ENVIRONMENT, PATIENCE, PROGRAM_DIR, SOURCE_DIR, Console
 
 GATEWAY = SOURCE_DIR / "gateway"
@@ -55,10 +55,12 @@ PROGRAMS = {
 
 @pytest.fixture(scope="module", autouse=True)
 def fixture_servers():
-    architecture = subprocess.check_output(["dpkg", "--print-architecture"], text=True).strip()
+    architecture = programs.run(
+        ["dpkg", "--print-architecture"], capture_output=True, text=True, check=True
+    ).stdout.strip()
     make = [SOURCE_DIR / "scripts/make_sysroot", architecture, UNPACKED, *PACKAGES]
     UNPACKED.parent.mkdir(exist_ok=True)
-    subprocess.run(["flock", f"{UNPACKED}.lock", *make], check=True)
+    programs.run(["flock", f"{UNPACKED}.lock", *make], check=True)
     for program in (*PROGRAMS.values(), "/usr/bin/inetutils-telnet"):
         # Its absence would make tests pass for the wrong reason.
         assert os.access(program, os.X_OK), program
@@ -134,7 +136,7 @@ class UserSandbox:
         return console
 
     def run(self, *command, typed=b""):
-        return subprocess.run(
+        return programs.run(
             self.command_line(*command),
             input=typed,
             capture_output=True,
@@ -286,7 +288,7 @@ class SshDevice:
         for key in ("host_key", "client_key"):
             path = device.path(f"/etc/ssh/{key}")
             path.parent.mkdir(exist_ok=True)
-            subprocess.run(
+            programs.run(
                 ["ssh-keygen", "-q", "-N", "", "-t", "ed25519", "-C", "", "-f", path], check=True
             )
         self.public_key = device.read("/etc/ssh/client_key.pub").decode().strip()

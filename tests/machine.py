@@ -11,7 +11,6 @@ import re
 import shlex
 import shutil
 import socket
-import subprocess
 import tempfile
 from pathlib import Path
 
@@ -19,9 +18,10 @@ import pexpect
 import pytest
 from pexpect.fdpexpect import fdspawn
 
+import programs
 from console import ENVIRONMENT, PATIENCE, SHELL, SOURCE_DIR, WINDOW, Console, Device, RunResult
 
-IMAGE = Path(os.environ.get("TESSEL_IMAGE") or SOURCE_DIR / "build" / "machine")
+IMAGE = Path(os.environ.get("TESSEL_IMAGE") or SOURCE_DIR / "build" / "machine").absolute()
 START = SOURCE_DIR / "gateway" / "machine" / "start"
 # Where the machine finds the folder that it shares with the tests.
 SHARE = "/mnt/host"
@@ -77,19 +77,21 @@ class Machine:
         self.share = Path(self._folder) / "share"
         (self.share / "jobs").mkdir(parents=True)
         self._jobs = 0
-        names = [str(Path(self._folder) / name) for name in ("line", "agent")]
+        # The path of a socket has hardly a hundred bytes; those of the folder may be more.
+        here = os.open(self._folder, os.O_PATH)
         listeners = []
-        for name in names:
+        for name in ("line", "agent"):
             listener = socket.socket(socket.AF_UNIX)
-            listener.bind(name)
+            listener.bind(f"/proc/self/fd/{here}/{name}")
             listener.listen()
             listener.settimeout(PATIENCE)
             listeners.append(listener)
+        os.close(here)
         environment = {**os.environ, "TERM": term}
         # All that was seen on the serial line.
         self.shown = io.BytesIO()
-        command = [START, "--line", names[0], "--agent", names[1], *options, IMAGE, self.share]
-        self._process = subprocess.Popen(command, env=environment, stdin=subprocess.DEVNULL)
+        command = [START, "--line", "line", "--agent", "agent", *options, IMAGE, self.share]
+        self._process = programs.start(command, env=environment, cwd=self._folder)
         atexit.register(self.close)
         self._listener = listeners[0]
         self.line = self._accept_line()

@@ -8,6 +8,7 @@ from typing import Callable
 import pexpect
 import pytest
 
+import programs
 from console import (
     ENVIRONMENT,
     GREETING,
@@ -317,7 +318,7 @@ def test_more_than_the_line_holds_can_be_pasted(machine, line):
 def test_terminal_is_the_serial_line_for_a_person(machine_room, tmp_path):
     machine_room.close()
     words = [str(IMAGE), str(tmp_path)]
-    machine = pexpect.spawn(str(START), words, env=ENVIRONMENT, timeout=PATIENCE)
+    machine = programs.on_terminal(str(START), words, env=ENVIRONMENT, timeout=PATIENCE)
     machine.expect_exact(GREETING.replace(b"\n", b"\r\n") + b"Username: ")
     machine.send(USER + b"\r")
     machine.expect_exact(b"Password: ")

@@ -2,10 +2,10 @@
 examples are what somebody at the development gateway sees."""
 
 import re
-import subprocess
 
 import pytest
 
+import programs
 from console import PASSWORD, PROGRAM_DIR, SOURCE_DIR, START, Console
 
 PAGE = PROGRAM_DIR / "tessel.8"
@@ -64,7 +64,7 @@ def squeeze(text):
 @pytest.fixture(scope="module", name="page")
 def fixture_page():
     """The page as its readers see it, on one line."""
-    shown = subprocess.run(
+    shown = programs.run(
         ["mandoc", "-T", "ascii", "-O", "width=78", PAGE],
         capture_output=True,
         text=True,
@@ -74,7 +74,7 @@ def fixture_page():
 
 
 def test_lint_has_nothing_to_say():
-    done = subprocess.run(
+    done = programs.run(
         ["mandoc", "-T", "lint", PAGE], capture_output=True, text=True, check=False
     )
     # Which other pages this machine has says nothing about this one.

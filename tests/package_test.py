@@ -4,13 +4,13 @@ put into a root that has never seen the project and taken out again."""
 import os
 import re
 import shutil
-import subprocess
 import tarfile
 import time
 from pathlib import Path
 
 import pytest
 
+import programs
 from console import PROGRAM_DIR, SOURCE_DIR
 
 pytestmark = pytest.mark.skipif(
@@ -30,10 +30,10 @@ DOCUMENTS = sorted(
 
 def run(*command, **options):
     """Runs a command that must succeed and returns what it printed."""
-    done = subprocess.run(
+    done = programs.run(
         [str(word) for word in command],
-        stdout=subprocess.PIPE,
-        stderr=subprocess.STDOUT,
+        stdout=programs.PIPE,
+        stderr=programs.STDOUT,
         text=True,
         timeout=PATIENCE,
         check=False,
@@ -350,7 +350,7 @@ class ThrowawayRoot:
 
     def run(self, *command, status=0, **options):
         """Runs a command in the root and returns what it printed."""
-        done = subprocess.run(
+        done = programs.run(
             [
                 "bwrap",
                 "--unshare-all",
@@ -379,8 +379,8 @@ class ThrowawayRoot:
                 "TERM=dumb",
                 *command,
             ],
-            stdout=subprocess.PIPE,
-            stderr=subprocess.STDOUT,
+            stdout=programs.PIPE,
+            stderr=programs.STDOUT,
             text=True,
             timeout=PATIENCE,
             check=False,

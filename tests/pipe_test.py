@@ -4,10 +4,10 @@ import os
 import pwd
 import random
 import socket
-import subprocess
 
 import pytest
 
+import programs
 from console import ENVIRONMENT, GREETING, PASSWORD, PATIENCE, PROMPT, REFUSAL, SAVE_FILE, RunResult
 
 LOGIN = b"admin\ngateway\n"
@@ -167,11 +167,11 @@ def test_session_goes_on_to_its_end_when_nobody_reads_it(device):
     device.record_requests()
     reader, writer = os.pipe()
     os.close(reader)
-    finished = subprocess.run(
+    finished = programs.run(
         device.start_command(),
         input=LOGIN + b"list\na=1\nsave\nexit\n",
         stdout=writer,
-        stderr=subprocess.DEVNULL,
+        stderr=programs.DEVNULL,
         timeout=PATIENCE,
         check=False,
     )
@@ -299,11 +299,11 @@ class SshServer:
         home = folder / "home"
         (home / ".ssh").mkdir(parents=True, mode=0o700)
         home.chmod(0o700)
-        subprocess.run(
+        programs.run(
             ["ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", folder / "key"], check=True
         )
         (folder / "key.pub").rename(home / ".ssh/authorized_keys")
-        subprocess.run(
+        programs.run(
             ["dropbearkey", "-t", "ed25519", "-f", folder / "host_key"],
             check=True,
             capture_output=True,
@@ -319,17 +319,17 @@ class SshServer:
     def run(self, session):
         """Feeds a session to the client. The server serves this one connection."""
         with socket.create_server(("127.0.0.1", 0)) as listener:
-            client = subprocess.Popen(
+            client = programs.start(
                 self.client(listener.getsockname()[1]),
-                stdin=subprocess.PIPE,
-                stdout=subprocess.PIPE,
-                stderr=subprocess.PIPE,
+                stdin=programs.PIPE,
+                stdout=programs.PIPE,
+                stderr=programs.PIPE,
                 env=ENVIRONMENT,
             )
             listener.settimeout(PATIENCE)
             connection, _ = listener.accept()
         with connection:
-            server = subprocess.Popen(self.server(), stdin=connection, stdout=connection)
+            server = programs.start(self.server(), stdin=connection, stdout=connection)
         try:
             output, errors = client.communicate(session, timeout=PATIENCE)
             server.wait(timeout=PATIENCE)

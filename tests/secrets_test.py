@@ -8,10 +8,10 @@ import random
 import re
 import select
 import string
-import subprocess
 
 import pytest
 
+import programs
 from backup_test import BACKUP_FINISHED, RESTORE_FAILED, RESTORE_FINISHED, UP, questions, transfer
 from console import ENVIRONMENT, PATIENCE, PROMPT
 
@@ -161,11 +161,11 @@ class Pipe:
     """A session without a terminal."""
 
     def __init__(self, device):
-        self.process = subprocess.Popen(
+        self.process = programs.start(
             device.start_command(),
-            stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE,
-            stderr=subprocess.PIPE,
+            stdin=programs.PIPE,
+            stdout=programs.PIPE,
+            stderr=programs.PIPE,
             env=ENVIRONMENT,
         )
 

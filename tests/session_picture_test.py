@@ -1,9 +1,9 @@
 """The picture of a session in the README."""
 
 import re
-import subprocess
 import xml.etree.ElementTree
 
+import programs
 from console import SOURCE_DIR
 from sessions_test import TYPED, runs_of
 
@@ -13,7 +13,7 @@ SVG = "{http://www.w3.org/2000/svg}"
 
 def test_the_picture_is_current(tmp_path):
     drawn = tmp_path / "session.svg"
-    subprocess.run([SOURCE_DIR / "scripts/draw_session", drawn], check=True)
+    programs.run([SOURCE_DIR / "scripts/draw_session", drawn], check=True)
     assert drawn.read_text() == PICTURE.read_text(), "run scripts/draw_session"
 
 

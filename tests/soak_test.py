@@ -1,8 +1,8 @@
 """A session of 10,000 commands: memory, open files and children do not grow with it."""
 
-import subprocess
 from dataclasses import dataclass
 
+import programs
 from console import ENVIRONMENT, PROMPT
 
 COMMANDS = 10_000
@@ -97,7 +97,7 @@ def test_ten_thousand_commands_take_no_more_memory_files_or_children(device):
     device.stand_in("backupconfig", b"read -r archive; echo restored >/tmp/restorelog.txt")
     device.stand_in("reboot", b"")
     lines = commands()
-    session = subprocess.run(
+    session = programs.run(
         device.start_command(),
         input=b"\n".join([b"admin", b"gateway", *lines, b"exit\n"]),
         capture_output=True,
