@@ -65,6 +65,9 @@ NOT_ON_TARGET = {
         "injection_test.py": "asks a program of the build that the static one has not",
         "soak_test.py": "takes long, and is not particular to a target",
     },
+    "musl": {
+        "failing_calls_test.py": "preloads a library into the program, which is static",
+    },
 }  # fmt: skip
 MACHINE_ONLY = {"machine_test.py"}
 

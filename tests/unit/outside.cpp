@@ -121,7 +121,7 @@ extern "C" char* getpass(const char* prompt) {
     return buffer;
 }
 
-extern "C" int gettimeofday(timeval* time, void* /*zone*/) noexcept {
+extern "C" int gettimeofday(timeval* time, void* /*zone*/) {
     if (!outside.clock_works) {
         return -1;
     }

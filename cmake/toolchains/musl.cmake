@@ -1,0 +1,10 @@
+# 64-bit x86 with musl and LLVM's C++ library, all of it static: clang. An x86 machine runs the programs.
+set(CMAKE_SYSTEM_PROCESSOR musl)
+set(triplet x86_64-linux-musl)
+include(${CMAKE_CURRENT_LIST_DIR}/cross.cmake)
+set(CMAKE_C_COMPILER clang)
+set(CMAKE_CXX_COMPILER clang++)
+set(CMAKE_C_COMPILER_TARGET ${triplet})
+set(CMAKE_CXX_COMPILER_TARGET ${triplet})
+set(CMAKE_CXX_FLAGS_INIT -stdlib=libc++)
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-static --rtlib=compiler-rt --unwindlib=libunwind")
