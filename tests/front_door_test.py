@@ -1,12 +1,18 @@
 """The commands that everybody meets first, and how they treat the terminal that they are given."""
 
+import contextlib
+import os
 import re
+import shutil
 import sys
 import tempfile
 from pathlib import Path
 
+import pexpect
+import pytest
+
 import programs
-from console import ENVIRONMENT, PATIENCE, PROGRAM_DIR, SOURCE_DIR
+from console import ENVIRONMENT, GREETING, PATIENCE, PROGRAM_DIR, PROMPT, SOURCE_DIR, WINDOW
 
 TESTS = SOURCE_DIR / "tests"
 AT_TERMINAL = SOURCE_DIR / ".ci/at_terminal"
@@ -89,3 +95,264 @@ def test_a_terminal_that_was_changed_or_read_from_is_noticed():
     assert (status, "other settings" in seen) == (1, True)
     status, seen = at_terminal("sh", "-c", "read line </dev/tty")
     assert (status, "read from" in seen) == (1, True)
+
+
+# What every command answers
+
+# These run on the device, are called by a package manager, or by a test in a sandbox.
+NOT_FOR_PERSONS = re.compile(
+    r"gateway/(backupconfig|boot|fcgiclient|reboot|start_daemon)|packaging/.*|tests/.*"
+    r"|gateway/machine/(agent|ftp_server|init|play_session|session|set_up|shut_down)"
+)
+
+
+def commands():
+    listed = programs.run(
+        ["git", "-c", "safe.directory=*", "ls-files", "-s", "--", SOURCE_DIR],
+        cwd=SOURCE_DIR,
+        capture_output=True,
+        text=True,
+        check=True,
+    ).stdout
+    names = re.findall(r"^100755 .*\t(.*)$", listed, re.MULTILINE)
+    return [name for name in names if not NOT_FOR_PERSONS.fullmatch(name)]
+
+
+@pytest.mark.parametrize("option", ["-h", "--help"])
+@pytest.mark.parametrize("name", commands())
+def test_every_command_explains_itself_and_starts_nothing(name, option, tmp_path):
+    for program in ("cat", "dirname", "env", "python3", "sed", "sh"):
+        (tmp_path / program).symlink_to(f"/usr/bin/{program}")
+    done = programs.run(
+        [SOURCE_DIR / name, option],
+        env={"PATH": str(tmp_path), "PYTHONDONTWRITEBYTECODE": "1"},
+        capture_output=True,
+        text=True,
+        timeout=PATIENCE,
+    )
+    assert (done.returncode, done.stderr) == (0, "")
+    assert re.search(rf"^usage: \S*{Path(name).name}\b", done.stdout, re.MULTILINE)
+
+
+# A clone, its users and its places
+
+
+class Clone:
+    """A clone of the sources in which ./run has built already."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        folder.mkdir()
+        for name in ("run", "check", "fuzz"):
+            shutil.copy(SOURCE_DIR / name, folder)
+        for name in ("scripts", "gateway", "tests"):
+            (folder / name).symlink_to(SOURCE_DIR / name)
+        for build in (folder / "build/run", folder / "build/armhf"):
+            build.mkdir(parents=True)
+        for name in ("tessel", "gateway"):
+            (folder / "build/run" / name).symlink_to(PROGRAM_DIR / name)
+        self.stand_ins = folder / "stand-ins"
+        self.stand_ins.mkdir()
+        self.stand_in("cmake", "exit 0")
+        self.environment = {**ENVIRONMENT, "PATH": f"{self.stand_ins}:{ENVIRONMENT['PATH']}"}
+
+    def stand_in(self, name, script):
+        path = self.stand_ins / name
+        path.write_text(f"#!/bin/sh\n{script}\n")
+        path.chmod(0o755)
+
+    def run(self, command, *options, **others):
+        return programs.run(
+            [self.folder / command, *options],
+            env=self.environment,
+            capture_output=True,
+            timeout=PATIENCE,
+            **others,
+        )
+
+    def play(self, *lines, options=()):
+        """What ./run shows of a session that the administrator has."""
+        session = "\n".join(["admin", "gateway", *lines, "exit", ""]).encode()
+        done = self.run("run", *options, input=session)
+        assert done.returncode == 0, done
+        return done.stdout.decode()
+
+    def at_terminal(self):
+        """./run at a terminal."""
+        return programs.on_terminal(
+            str(self.folder / "run"),
+            env=self.environment,
+            dimensions=WINDOW,
+            timeout=PATIENCE,
+            encoding="utf-8",
+        )
+
+    def files(self):
+        return sorted(self.folder.rglob("*"))
+
+
+@pytest.fixture(name="clone")
+def fixture_clone(tmp_path):
+    return Clone(tmp_path / "clone")
+
+
+@pytest.mark.parametrize("command", ["run", "check", "fuzz"])
+def test_a_clone_that_another_user_has_used_is_refused_and_not_touched(clone, command):
+    clone.stand_in("id", "echo 54321")
+    before = clone.files()
+    done = clone.run(command, text=True)
+    assert (done.returncode, done.stdout) == (1, "")
+    me = Path(clone.folder).owner()
+    assert done.stderr.endswith(f"files of {me}: go on as {me}, or make a clone of your own.\n")
+    assert done.stderr.count("\n") == 1
+    assert clone.files() == before
+
+
+def test_root_does_not_make_the_first_build_in_a_users_clone(clone):
+    shutil.rmtree(clone.folder / "build")
+    clone.stand_in("id", "echo 0")
+    clone.stand_in("stat", "echo 1000")
+    clone.environment.update(SUDO_UID="1000", SUDO_USER="alice")
+    before = clone.files()
+    done = clone.run("run", text=True)
+    assert done.returncode == 1
+    assert done.stderr.startswith("This clone belongs to alice: start this without sudo")
+    assert clone.files() == before
+
+
+def test_what_was_built_in_another_place_is_built_anew(clone):
+    for name, place in (("check", "/somewhere/else"), ("sanitizers", clone.folder / "build/sanitizers")):
+        folder = clone.folder / "build" / name
+        folder.mkdir()
+        (folder / "CMakeCache.txt").write_text(f"CMAKE_CACHEFILE_DIR:INTERNAL={place}\n")
+    done = clone.run("scripts/claim_build", text=True)
+    assert done.returncode == 0
+    assert done.stderr == (
+        "What is in build/check was built in another place, /somewhere/else: building anew.\n"
+    )
+    assert sorted(path.name for path in (clone.folder / "build").iterdir()) == [
+        "armhf",
+        "run",
+        "sanitizers",
+    ]
+
+
+# ./run
+
+
+def test_a_copied_clone_runs_what_it_holds_itself(clone):
+    cache = clone.folder / "build/run/CMakeCache.txt"
+    cache.write_text("CMAKE_CACHEFILE_DIR:INTERNAL=/original/build/run\n")
+    done = clone.run("run", input=b"")
+    assert b"built in another place, /original/build/run: building anew.\n" in done.stderr
+    # The program that was there is gone, and the stand-in for cmake makes none.
+    assert (done.returncode, done.stdout) == (1, b"")
+    assert not (clone.folder / "build/run/tessel").exists()
+
+
+def test_greeting_tells_how_to_back_up(clone):
+    shown = clone.at_terminal()
+    with contextlib.closing(shown):
+        shown.expect_exact("Please, login")
+        greeting = shown.before
+        login = re.search(r"User name (\w+), password (\w+)\.", greeting).groups()
+        answers = re.search(
+            r" backup +server ([\d.]+), user (\w+), password (\w+), the rest empty\r\n", greeting
+        ).groups()
+        folder = re.search(r"its files are in\s+(build/gateway/\S+)\.\r\n", greeting).group(1)
+        for question, answer in zip(("Username: ", "Password: ", "tessel:> "), (*login, "backup")):
+            shown.expect_exact(question)
+            shown.send(answer + "\r")
+        server, user, password = answers
+        for question, answer in (
+            ("Server: ", server),
+            ("Port: ", ""),
+            ("Server path: ", ""),
+            ("Username: ", user),
+            ("Password: ", password),
+        ):
+            shown.expect_exact(question)
+            shown.send(answer + "\r")
+        shown.expect_exact("Configuration backup finished!\r\n" + PROMPT.decode())
+        assert len(list((clone.folder / folder).glob("config_*.bin"))) == 1
+        shown.send("exit\r")
+        shown.expect_exact(pexpect.EOF)
+
+
+def test_greeting_tells_how_to_leave_and_what_becomes_of_other_words(clone):
+    shown = clone.at_terminal()
+    with contextlib.closing(shown):
+        shown.expect_exact("Username: ")
+        assert (
+            "a word that is none is kept as a setting. exit or Ctrl-D leaves.\r\n" in shown.before
+        )
+        assert "The FTP server answers within the sandbox alone" in shown.before
+
+
+def test_characters_beyond_ascii_are_shown_as_they_are_typed(clone):
+    shown = clone.at_terminal()
+    with contextlib.closing(shown):
+        for question, answer in (("Username: ", "admin"), ("Password: ", "gateway")):
+            shown.expect_exact(question)
+            shown.send(answer + "\r")
+        shown.expect_exact("tessel:> ")
+        shown.send("sip.user_agent=na\u00efv")
+        shown.expect_exact("sip.user_agent=na\u00efv")
+
+
+def test_a_second_run_says_that_one_is_running_before_any_greeting(clone):
+    first = clone.at_terminal()
+    with contextlib.closing(first):
+        first.expect_exact("Username: ")
+        second = clone.at_terminal()
+        second.expect_exact(pexpect.EOF)
+        second.close()
+        assert second.exitstatus == 1
+        assert second.before == (
+            "run: A gateway with its files in build/gateway is running already;"
+            " leave that one first.\r\n"
+        )
+
+
+def test_a_second_device_says_that_one_is_running(clone):
+    lock = clone.folder / "build/device-files/lock"
+    lock.parent.mkdir()
+    with open(lock, "w", encoding="ascii"):
+        holder = programs.start(["flock", lock, "cat"], stdin=programs.PIPE, stdout=programs.PIPE)
+        holder.stdin.write(b"held\n")
+        holder.stdin.flush()
+        assert holder.stdout.readline() == b"held\n"
+        done = clone.run("run", "--device", text=True)
+        holder.communicate()
+    assert (done.returncode, done.stdout) == (1, "")
+    assert done.stderr == (
+        "run: An emulated device with its files in build/device-files is running already;"
+        " leave that one first.\n"
+    )
+
+
+def test_a_second_run_waits_until_the_first_has_built(clone):
+    held_up = clone.folder / "held up"
+    clone.stand_in("cmake", f"[ ! -p '{held_up}' ] || {{ read -r go <'{held_up}'; rm '{held_up}'; }}")
+    os.mkfifo(held_up)
+    first = clone.at_terminal()
+    with contextlib.closing(first):
+        # That is when the first is in its build.
+        with open(held_up, "w", encoding="ascii") as go:
+            second = clone.at_terminal()
+            second.expect_exact("run: waiting for another ./run, which is building.\r\n")
+            go.write("\n")
+        with contextlib.closing(second):
+            first.expect_exact("Username: ")
+            second.expect_exact(pexpect.EOF)
+            assert re.search("is running.* build/gateway|is running on .*build/gateway", second.before)
+
+
+def test_backups_outlive_fresh_settings(clone):
+    ftp = ("127.0.0.1", "", "", "backup", "secret")
+    assert "1 setting saved" in clone.play("sip.local_port=5071", "save", "backup", *ftp)
+    assert "sip.local_port=5071" in clone.play("get sip")
+    assert "sip.local_port=5060" in clone.play("get sip", options=["--fresh"])
+    (backup,) = (clone.folder / "build/gateway/home/backup").iterdir()
+    restored = clone.play("restore", "127.0.0.1", "", backup.name, *ftp[3:], "get sip")
+    assert "sip.local_port=5071" in restored

@@ -4,13 +4,10 @@ and its back end."""
 import ast
 import hashlib
 import re
-import shutil
 from datetime import datetime, timezone
 
-import pexpect
 import pytest
 
-import programs
 from backup_test import (
     BACKUP_FAILED,
     BACKUP_FINISHED,
@@ -21,7 +18,7 @@ from backup_test import (
     names_between,
     transfer,
 )
-from console import ENVIRONMENT, PATIENCE, PROGRAM_DIR, PROMPT, SHELL, SOURCE_DIR, WINDOW
+from console import PROMPT, SHELL
 from round_trip_test import settings
 
 HOME = "/home/backup"
@@ -158,56 +155,6 @@ def test_session_without_a_terminal_backs_up_and_restores(device):
     result = device.run(b"admin\ngateway\nrestore\n" + answers % name + b"exit\n")
     assert (RESTORE_FINISHED + b"tessel:> exit\n") in result.output
     assert b"secret" not in result.output + result.errors
-
-
-def test_greeting_tells_how_to_back_up(device, tmp_path):
-    # A checkout of its own, which has been built already.
-    for name in ("run", "scripts", "gateway"):
-        (tmp_path / name).symlink_to(SOURCE_DIR / name)
-    (tmp_path / "run").unlink()
-    shutil.copy(SOURCE_DIR / "run", tmp_path)
-    build = tmp_path / "build" / "run"
-    build.mkdir(parents=True)
-    for name in ("tessel", "gateway"):
-        (build / name).symlink_to(PROGRAM_DIR / name)
-    stand_ins = tmp_path / "programs"
-    stand_ins.mkdir()
-    (stand_ins / "cmake").symlink_to("/bin/true")
-
-    shown = programs.on_terminal(
-        str(tmp_path / "run"),
-        env={**ENVIRONMENT, "PATH": f"{stand_ins}:{ENVIRONMENT['PATH']}"},
-        dimensions=WINDOW,
-        timeout=PATIENCE,
-        encoding="utf-8",
-    )
-    try:
-        shown.expect_exact("Please, login")
-        greeting = shown.before
-        login = re.search(r"User name (\w+), password (\w+)\.", greeting).groups()
-        answers = re.search(
-            r" backup +server ([\d.]+), user (\w+), password (\w+), the rest empty\r\n", greeting
-        ).groups()
-        folder = re.search(r"its files are in (build/gateway/\S+)\.\r\n", greeting).group(1)
-        for question, answer in zip(("Username: ", "Password: ", "tessel:> "), (*login, "backup")):
-            shown.expect_exact(question)
-            shown.send(answer + "\r")
-        server, user, password = answers
-        for question, answer in (
-            ("Server: ", server),
-            ("Port: ", ""),
-            ("Server path: ", ""),
-            ("Username: ", user),
-            ("Password: ", password),
-        ):
-            shown.expect_exact(question)
-            shown.send(answer + "\r")
-        shown.expect_exact("Configuration backup finished!\r\n" + PROMPT.decode())
-        assert len(list((tmp_path / folder).glob("config_*.bin"))) == 1
-        shown.send("exit\r")
-        shown.expect_exact(pexpect.EOF)
-    finally:
-        shown.close(force=True)
 
 
 # When things go wrong on the way to the server

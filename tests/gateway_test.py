@@ -169,14 +169,16 @@ def test_make_root_makes_anew_what_a_boot_does(gateway):
     assert gateway.sh("request logout.cgi") == "OK\n"
 
 
-def test_make_root_fresh_gives_factory_settings(gateway):
+def test_make_root_fresh_gives_factory_settings_and_leaves_the_backups(gateway):
     factory = gateway.settings()
     gateway.sh("save sip.local_port=5071")
+    gateway.file("/etc/added").write_text("by hand")
     gateway.file("/home/backup/old.bin").write_text("old")
     assert gateway.settings() != factory
     gateway.make("--fresh")
     assert gateway.settings() == factory
-    assert not gateway.file("/home/backup/old.bin").exists()
+    assert not gateway.file("/etc/added").exists()
+    assert gateway.file("/home/backup/old.bin").read_text() == "old"
 
 
 def test_make_root_copes_with_folders_without_rights(gateway):
@@ -892,17 +894,18 @@ def fixture_install(tmp_path):
     """install_packages on a machine whose package tools only write down what they are told."""
     tools = tmp_path / "tools"
     tools.mkdir()
-    for name in ("sh", "env", "sed", "tr"):
+    for name in ("sh", "env", "sed", "tr", "head", "grep"):
         (tools / name).symlink_to(shutil.which(name))
 
-    def install(*groups, installed, user=1000, sudo=True):
+    def install(*groups, installed, user=1000, sudo=True, apt_get=":"):
         scripts = {
             "id": f"echo {user}",
             "dpkg-query": "".join(f"echo '{name} installed';" for name in installed),
-            "apt-get": f"echo apt-get $* >>{tmp_path}/did",
+            "apt-get": f"echo apt-get $* >>{tmp_path}/did; {apt_get}",
         }
         if sudo:
             scripts["sudo"] = f'echo sudo >>{tmp_path}/did; "$@"'
+        scripts["sleep"] = ":"
         for name, script in scripts.items():
             (tools / name).write_text(f"#!/bin/sh\n{script}\n")
             (tools / name).chmod(0o755)
@@ -958,3 +961,30 @@ def test_install_packages_knows_no_other_group(install):
     done, did = install("biuld", installed=[])
     assert (done.returncode, did) == (2, [])
     assert "no group biuld" in done.stderr
+
+
+def test_install_packages_waits_while_the_package_manager_is_in_use(install, tmp_path):
+    held = "E: Could not get lock /var/lib/apt/lists/lock. It is held by process 17 (apt-get)"
+    done, did = install(
+        "build",
+        installed=BUILD_PACKAGES[1:],
+        user=0,
+        apt_get=f"[ $(grep -c . {tmp_path}/did) -gt 3 ] || {{ echo '{held}' >&2; exit 100; }}",
+    )
+    assert done.returncode == 0, done.stderr
+    assert done.stderr.count("Waiting for the package manager") == 1
+    assert "process 17 (apt-get)" in done.stderr
+    assert [line.split()[1] for line in did] == ["update"] * 4 + ["install"]
+
+
+def test_install_packages_gives_up_when_packages_cannot_be_had(install):
+    done, did = install(
+        "build",
+        installed=BUILD_PACKAGES[1:],
+        user=0,
+        apt_get="echo 'E: Unable to locate package g++' >&2; exit 100",
+    )
+    assert done.returncode == 1
+    assert "Unable to locate package g++\n" in done.stderr
+    assert "could not install: g++\n" in done.stderr
+    assert [line.split()[1] for line in did] == ["update", "install"]

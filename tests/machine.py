@@ -42,7 +42,6 @@ NOT_ON_TARGET = {
         "bad_input_test.py::test_back_end_that_is_down":
             "takes the socket out of the device's folder, which has none here",
         "failing_calls_test.py": PRELOADED,
-        "ftp_test.py::test_greeting_tells_how_to_back_up": "starts ./run",
         "injection_test.py": "runs Python on the device, which has none here",
         "login_ways_test.py": "starts servers of the host; here it is the device's own getty",
         "gateway_test.py": SANDBOX_OF_THE_HOST,
