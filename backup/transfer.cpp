@@ -71,6 +71,45 @@ std::optional<char> decoded(std::string_view text) {
     return static_cast<char>(16 * high + low);
 }
 
+Secret all_decoded(std::string_view text) {
+    Secret result;
+    while (!text.empty()) {
+        const std::optional<char> c = text.front() == '%' ? decoded(text) : std::nullopt;
+        const char next = c.value_or(text.front());
+        result.append({&next, 1});
+        text.remove_prefix(c ? 3 : 1);
+    }
+    return result;
+}
+
+// What ends a command to an FTP server, or the text that a client puts into one.
+bool is_line_end(char c) {
+    return c == '\r' || c == '\n' || c == '\0';
+}
+
+// Whether a client would send more than one line for something in the address. wput decodes an
+// address once, wget twice where the locale's characters are not UTF-8.
+bool has_line_end(std::string_view address) {
+    const Secret once = all_decoded(address);
+    const Secret twice = all_decoded(once.view());
+    const auto texts = {address, once.view(), twice.view()};
+    return std::any_of(texts.begin(), texts.end(), [](std::string_view text) {
+        return std::any_of(text.begin(), text.end(), is_line_end);
+    });
+}
+
+// The address with its line ends and escapes made harmless, for a transfer that is to fail: wput
+// refuses an address with half an escape, and for wget the file gets another name.
+Secret without_line_ends(std::string_view address, Direction direction) {
+    constexpr std::string_view PERCENT = "%2525";  // still an escape when it was decoded once
+    Secret result;
+    for (const char c : address) {
+        result.append(c == '%' || is_line_end(c) ? PERCENT : std::string_view(&c, 1));
+    }
+    result.append(direction == Direction::BACKUP ? "%" : PERCENT);
+    return result;
+}
+
 bool is_active(char c) {
     return ACTIVE_CHARACTERS.find(c) != std::string_view::npos;
 }
@@ -185,7 +224,9 @@ void ask_transfer_parameters(TransferParameters& parameters, Direction direction
 std::string transfer_command(const TransferParameters& parameters, const std::string& file_name,
                              Direction direction) {
     const bool backup = direction == Direction::BACKUP;
-    const Secret address = ftp_address(parameters, file_name, direction);
+    const Secret typed = ftp_address(parameters, file_name, direction);
+    const Secret address = has_line_end(typed.view()) ? without_line_ends(typed.view(), direction)
+                                                      : Secret(typed.view());
     const Secret word = quoted(backup ? disarmed(address.view()).view() : address.view());
     const std::string_view head = backup ? BACKUP_HEAD : RESTORE_HEAD;
     const std::string_view tail = backup ? BACKUP_TAIL : RESTORE_TAIL;

@@ -125,6 +125,8 @@ TEST(TransferCommand, AnyOtherCharacterHasTheAddressQuotedAsOneWord) {
         std::string word = address;
         if (c == '\'') {
             word = "'ftp://h/x'\\''y'";
+        } else if (c == '\n' || c == '\r') {
+            continue;  // see below
         } else if (ordinary.find(c) == std::string::npos) {
             word = "'" + address + "'";
         }
@@ -172,6 +174,45 @@ TEST(TransferCommand, PercentSignWithoutItsTwoDigitsIsEscapedForABackup) {
         EXPECT_EQ(restore({"h", "", "u" + end, "pw", ""}),
                   RESTORE_HEAD + "ftp://u" + end + ":pw@h" + RESTORE_TAIL);
     }
+}
+
+// Everything that is a line end, or becomes one when an address is decoded once or twice, and what
+// stands in its place.
+const std::vector<std::pair<std::string, std::string>> LINE_ENDS = {
+    {"\n", "%2525"},
+    {"\r\n", "%2525%2525"},
+    {"%0a", "%25250a"},
+    {"%0D", "%25250D"},
+    {"%00", "%252500"},
+    {"%250a", "%2525250a"},
+    {"%%30a", "%2525%252530a"},
+    {"%25%30%41", "%252525%252530%252541"},
+};
+
+TEST(TransferCommand, LineEndMakesTheTransferFail) {
+    for (const auto& [end, instead] : LINE_ENDS) {
+        const Answers in_path = {"h", "", "u", "pw", "/p" + end + "DELE"};
+        EXPECT_EQ(backup(in_path),
+                  BACKUP_HEAD + "ftp://u:pw@h/p" + instead + "DELE/" + NAME + "%" + BACKUP_TAIL);
+        EXPECT_EQ(restore(in_path),
+                  RESTORE_HEAD + "ftp://u:pw@h/p" + instead + "DELE%2525" + RESTORE_TAIL);
+        const Answers in_others = {"h" + end, "1" + end, "u" + end, "p" + end, "/p"};
+        const std::string others =
+            "u" + instead + ":p" + instead + "@h" + instead + ":1" + instead + "/p";
+        EXPECT_EQ(backup(in_others),
+                  BACKUP_HEAD + "ftp://" + others + "/" + NAME + "%" + BACKUP_TAIL);
+        EXPECT_EQ(restore(in_others), RESTORE_HEAD + "ftp://" + others + "%2525" + RESTORE_TAIL);
+    }
+}
+
+TEST(TransferCommand, LineEndDoesNotBringBackWhatWputsInterpreterWouldRun) {
+    EXPECT_EQ(backup({"h", "", "$%24\n", "", ""}),
+              BACKUP_HEAD + "ftp://%2524%252524%2525@h/" + NAME + "%" + BACKUP_TAIL);
+}
+
+TEST(TransferCommand, LineEndBehindThreeLayersOfEscapesIsText) {
+    EXPECT_EQ(restore({"h", "", "", "", "/%25250a"}),
+              RESTORE_HEAD + "ftp://h/%25250a" + RESTORE_TAIL);
 }
 
 class BackupFileNameTest : public OutsideTest {

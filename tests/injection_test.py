@@ -1,16 +1,20 @@
 """No answer to a question of backup or restore runs a command: neither in the interpreter that runs
 the command line, nor in the one that wput starts for its input command, with parts of the address
-in double quotes. The FTP clients and the server are real, and the server lets everybody in.
+in double quotes. Nor does one make an FTP client send a command to the server. The FTP clients and
+the server are real, and the server lets everybody in.
 
 The commands in the answers leave a file in the current folder, with no slash in their text, which
 would cut the address. Most answers do not go through the dialogue, which would take too long: the
 product's own function makes command lines of them by the thousand.
 """
 
+import ast
+import re
+
 import pytest
 
 import programs
-from backup_test import BACKUP_FAILED, BACKUP_FINISHED, RESTORE_FAILED, questions
+from backup_test import BACKUP_FAILED, BACKUP_FINISHED, RESTORE_FAILED, RESTORE_FINISHED, questions
 from console import PROGRAM_DIR, PROMPT, SOURCE_DIR
 
 TOOLS = SOURCE_DIR / "tests" / "tools"
@@ -177,19 +181,20 @@ def careless_lines(cases):
 
 def make_open_device(device):
     """A device with an FTP server for everybody, whose clients do not wait between tries."""
-    device.serve_ftp("--any-login")
+    device.serve_ftp("--any-login --log-lines")
     # Not left to the clients: of two that make it at once one gives up.
     device.make_folder("/home/backup/dir")
     device.write("/etc/wputrc", b"wait_retry = 0\n")
     device.write("/etc/wgetrc", b"waitretry = 0\n")
 
 
-def cases_that_ran(device, lines, cases):
+def cases_that_ran(device, lines, cases, locale="C"):
     """Runs the command lines on the device. Returns the cases whose answers ran a command."""
     make_open_device(device)
     device.write(RUNNER, (TOOLS / "run_command_lines").read_bytes(), mode=0o755)
     device.write(LINES, b"".join(line + b"\0" for line in lines))
-    result = device.run(b"", "/usr/bin/python3", RUNNER, LINES, patience=120)
+    start = ("/usr/bin/env", f"LC_ALL={locale}", "/usr/bin/python3", RUNNER, LINES)
+    result = device.run(b"", *start, patience=120)
     *numbers, end, count = result.output.split()
     assert (result.status, end, int(count)) == (0, b"ran", len(cases)), result
     return [cases[int(number)] for number in numbers]
@@ -296,3 +301,102 @@ def test_commands_do_run_when_nobody_minds_the_interpreter_of_the_command_line(d
     cases = [{**GOOD, place: ";touch canary;"} for place in PLACES]
     lines = [line.replace(b"'", b"") for line in command_lines(direction, cases)]
     assert cases_that_ran(device, lines, cases) == cases
+
+
+# What the FTP clients send to the server
+
+LINE_ENDS = (
+    "\n",
+    "\r",
+    "\r\n",
+    "%0a",
+    "%0D",
+    "%0d%0A",
+    "%250a",
+    "%250D%250A",
+    "%%30a",
+    "%25%30%61",
+    "%0%61",
+    "%00\n",
+    "%25\n0a",
+)
+FTP_LINE = re.compile(
+    rb"(?:AUTH|USER|PASS|SYST|PWD|TYPE|CWD|CDUP|MKD|SIZE|PASV|EPSV|PORT|EPRT|LIST|REST|RETR|STOR|QUIT)"
+    rb"(?: [^\r\n]*)?"
+)
+
+
+def ftp_lines(device):
+    """What the server was sent, a line each."""
+    log = device.read("/var/log/ftp.log").decode().splitlines()
+    return [ast.literal_eval(line[len("line ") :]) for line in log if line.startswith("line ")]
+
+
+def injected(device):
+    """The lines that begin within an answer. wget makes blanks of line ends, which is no less wrong."""
+    return [line for line in ftp_lines(device) if not FTP_LINE.fullmatch(line) or b" DELE" in line]
+
+
+def with_line_ends(form="x{}DELE"):
+    texts = [form.format(end) for end in LINE_ENDS]
+    straight = [{**GOOD, place: text} for place in PLACES for text in texts]
+    return straight + [shifted(answers, text) for answers in SHIFTED for text in texts]
+
+
+@pytest.mark.parametrize("locale", ["C", "C.UTF-8"])
+@pytest.mark.parametrize("direction", ["backup", "restore"])
+def test_answer_makes_no_line_of_its_own_for_the_server(device, direction, locale):
+    cases = with_line_ends()
+    assert cases_that_ran(device, command_lines(direction, cases), cases, locale) == []
+    assert injected(device) == []
+    sent = ftp_lines(device)
+    if direction == "backup":
+        # wput is stopped before it makes a folder of the name that is left.
+        assert sent == []
+    else:
+        assert len(sent) > len(cases), "the answers did not get as far as the server"
+
+
+@pytest.mark.parametrize("place", ["path", "user", "password"])
+def test_lines_are_sent_when_nobody_minds_line_ends(device, place):
+    ends = ("\n", "\r\n", "%0a", "%0D%0A")
+    (line,) = command_lines("backup", [{**GOOD, place: "x<END>DELE"}])
+    lines = [line.replace(b"<END>", end.encode()) for end in ends]
+    assert cases_that_ran(device, lines, [{}] * len(lines)) == []
+    assert len(injected(device)) >= len(lines)
+
+
+@pytest.mark.parametrize("place", ["path", "user", "password"])
+def test_blanks_are_sent_when_nobody_minds_line_ends(device, place):
+    ends = ("\n", "\r\n", "%0a", "%0D%0A", "%250a")
+    (line,) = command_lines("restore", [{**GOOD, place: "x<END>DELE"}])
+    lines = [line.replace(b"<END>", end.encode()) for end in ends]
+    assert cases_that_ran(device, lines, [{}] * len(lines)) == []
+    assert len(injected(device)) >= len(lines)
+
+
+@pytest.mark.parametrize("place", PLACES)
+def test_transfer_with_a_line_end_in_an_answer_fails(device, place):
+    make_open_device(device)
+    console = device.log_in()
+
+    def transfer(command, answers):
+        console.enter(command)
+        for question, name in zip(questions(command), PLACES):
+            console.read_until(question)
+            console.enter(keys(answers[name].encode()))
+        console.read_until(b"Configuration ")
+        return b"Configuration " + console.read_until(PROMPT)[: -len(PROMPT)]
+
+    assert transfer(b"backup", GOOD) == BACKUP_FINISHED
+    (archive,) = device.path("/home/backup/dir").iterdir()
+    answers = {**GOOD, "path": f"dir/{archive.name}"}
+    assert transfer(b"restore", answers) == RESTORE_FINISHED
+    for end in ("%0a", "%250D", "\n"):
+        if place == "password" and end == "\n":
+            continue  # ends the answer
+        assert transfer(b"backup", {**GOOD, place: GOOD[place] + end}) == BACKUP_FAILED
+        ended = {**answers, place: answers[place] + end}
+        assert transfer(b"restore", ended) == RESTORE_FAILED
+    assert list(device.path("/home/backup").rglob("*.*")) == [archive]
+    assert injected(device) == []

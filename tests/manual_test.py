@@ -19,6 +19,7 @@ NOT_FOR_READERS = {
     "'\\''",
     "%",
     "%25",
+    "%2525",
     '$`"\\',  # quoting an address
     "0123456789ABCDEF",
     "{\n",

@@ -106,6 +106,14 @@ std::string percent_decoded(const std::string& text) {
     return result;
 }
 
+// Whether there is what FTP cannot send within a line, as it stands or behind one or two layers of
+// escapes.
+bool has_line_end(const std::string& address) {
+    const std::string once = percent_decoded(address);
+    return (address + once + percent_decoded(once)).find_first_of(std::string("\r\n\0", 3)) !=
+           std::string::npos;
+}
+
 // wput hands parts of the address, in double quotes, to an interpreter of its own: of what stands
 // before the first slash all but the password, decoded; the rest as it stands.
 void require_harmless_to_wput(const std::string& word) {
@@ -128,7 +136,16 @@ void check_restore(const TransferParameters& answers) {
     const std::string address = plain_address(answers, "");
     const std::string piece =
         without(line, "/bin/wget", " | /bin/backupconfig -r -s stdin -l /tmp/restorelog.txt");
-    require_equal(words_of(piece), joined({"-nv", "-t", "3", "--passive-ftp", address, "-O", "-"}),
+    const std::string words = words_of(piece);
+    if (has_line_end(address)) {
+        const std::string start = joined({"-nv", "-t", "3", "--passive-ftp"});
+        const std::string end = joined({"-O", "-"});
+        const std::string word = without(words, start, end);
+        require(word.find('\0') == word.size() - 1, "the address is one word");
+        require(!has_line_end(word.substr(0, word.size() - 1)), "wget sends no line of its own");
+        return;
+    }
+    require_equal(words, joined({"-nv", "-t", "3", "--passive-ftp", address, "-O", "-"}),
                   "the words for wget");
     if (address.find_first_not_of(SAFE) == std::string::npos) {
         require_equal(piece, " -nv -t 3 --passive-ftp " + address + " -O -", "an ordinary line");
@@ -145,6 +162,11 @@ void check_backup(const TransferParameters& answers) {
     const std::string word = words.substr(start.size());
     require(word.find('\0') == word.size() - 1, "the address is one word");
     require_harmless_to_wput(word.substr(0, word.size() - 1));
+    require(!has_line_end(word.substr(0, word.size() - 1)), "wput sends no line of its own");
+    if (has_line_end(address)) {
+        require(word[word.size() - 2] == '%', "half an escape has wput refuse the address");
+        return;
+    }
     if (address.find_first_of(std::string(ACTIVE) + "%") == std::string::npos) {
         require_equal(word, joined({address}), "the address for wput");
     }

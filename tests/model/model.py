@@ -6,6 +6,7 @@ no code with the program, so that a mistake in one of them shows as a difference
 """
 
 from dataclasses import dataclass, field
+from urllib.parse import unquote_to_bytes
 
 PROMPT = b"tessel:> "
 NOT_FOUND = b"ENTRY_NOT_FOUND"
@@ -19,7 +20,7 @@ SAVE_FILE = "/tmp/consoleLCFile"
 BACKUP_LOG = "/tmp/auto-backup.log"
 RESTORE_LOG = "/tmp/restorelog.txt"
 BACKUP_NAME = b"config_NAME.bin"  # stands for the name, which holds the time
-ANY_ADDRESS = b"ftp://..."  # stands for an address that cannot reach wput as it was typed
+ANY_ADDRESS = b"ftp://..."  # stands for one that cannot reach its client as it was typed
 NO_CLIENT = b"/usr/bin/sh: 1: /bin/fcgiclient: not found\n"  # the command interpreter's words
 
 LOGS = {
@@ -451,7 +452,7 @@ class Shell:
         if not address.endswith(b"/"):
             address += b"/"
         address += BACKUP_NAME
-        if ACTIVE & set(address):
+        if ACTIVE & set(address) or has_line_end(address):
             address = ANY_ADDRESS
         self.seen.command_lines.append(
             b'wput -B -t 3 -I "backupconfig -b -d stdout" '
@@ -468,6 +469,8 @@ class Shell:
     def do_restore(self, _):
         self.show(b"Starting configuration restore...\n")
         address = self.ask(b"File path: ")
+        if has_line_end(address):
+            address = ANY_ADDRESS
         self.seen.command_lines.append(
             b"/bin/wget -nv -t 3 --passive-ftp "
             + word(address)
@@ -485,6 +488,12 @@ class Shell:
             self.call("reboot")
         else:
             self.show(text + b"Configuration restore failed.!\n")
+
+
+def has_line_end(address):
+    """Whether FTP could not send it in one line, as it stands or decoded once or twice."""
+    once = unquote_to_bytes(address)
+    return bool(set(address + once + unquote_to_bytes(once)) & set(b"\r\n\0"))
 
 
 def word(text):

@@ -175,7 +175,8 @@ def without_open_addresses(seen, expected):
         start, mark, end = other.partition(address)
         if mark and line.startswith(start) and line.endswith(end):
             seen.command_lines[i] = other
-    for call, other in zip(seen.calls.get("wput", []), expected.calls.get("wput", [])):
-        if other[-1] == ANY_ADDRESS and len(call) == len(other):
-            call[-1] = ANY_ADDRESS
+    for client in ("wput", "wget"):
+        for call, other in zip(seen.calls.get(client, []), expected.calls.get(client, [])):
+            if ANY_ADDRESS in other and len(call) == len(other):
+                call[other.index(ANY_ADDRESS)] = ANY_ADDRESS
     return seen

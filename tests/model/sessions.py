@@ -233,6 +233,8 @@ answers_to_questions = st.one_of(
             b"a b",
             b"o'k",
             b"%41",
+            b"%0ax",
+            b"%250Dx",
             b"~",
         ]
     ),
