@@ -21,8 +21,8 @@ if(TESSEL_FUZZ)
     TESSEL_HAS_LIBFUZZER)
   unset(CMAKE_REQUIRED_FLAGS)
   if(NOT TESSEL_HAS_LIBFUZZER)
-    message(FATAL_ERROR "Fuzzing needs clang with libFuzzer: install clang and libclang-rt-dev, "
-                        "and build with -DCMAKE_CXX_COMPILER=clang++")
+    message(FATAL_ERROR "Fuzzing needs clang with libFuzzer: install clang-19 and libclang-rt-19-dev, "
+                        "and build with -DCMAKE_CXX_COMPILER=clang++-19")
   endif()
   set(fuzz_options -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all)
   target_compile_options(tessel_compiler INTERFACE ${fuzz_options} -fno-omit-frame-pointer)

@@ -1,6 +1,5 @@
 #include "config/multi_section_file.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "config/config_buffer.h"
@@ -13,9 +12,7 @@ void copy_text(std::string_view text, char* buffer, unsigned size) {
     if (buffer == nullptr || size == 0) {
         return;
     }
-    const std::size_t length = std::min<std::size_t>(text.size(), size - 1);
-    std::copy_n(text.data(), length, buffer);
-    buffer[length] = '\0';
+    buffer[text.copy(buffer, size - 1)] = '\0';
 }
 
 }  // namespace

@@ -126,7 +126,9 @@ TEST_F(SignalsTest, RequestToEndInterruptsEveryReadThatIsMeantToBeInterrupted) {
 TEST_F(SignalsTest, OtherReadsAreRestarted) {
     expect_in_child([] {
         install_signal_handlers();
-        { const InterruptibleReads interruptible; }
+        {
+            const InterruptibleReads interruptible;
+        }
         struct sigaction action = {};
         sigaction(SIGTERM, nullptr, &action);
         return (action.sa_flags & SA_RESTART) != 0;

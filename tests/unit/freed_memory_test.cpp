@@ -18,7 +18,9 @@ TEST(FreedMemory, FindsASecretThatIsLeftInABlockAndNoneThatWasWiped) {
         wipe(text);
     }
     const int before = freed.copies_of_secret();
-    { const std::string text = SECRET; }
+    {
+        const std::string text = SECRET;
+    }
     EXPECT_EQ(freed.copies_of_secret(), before + 1);
 }
 
