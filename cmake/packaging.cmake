@@ -62,6 +62,6 @@ set(CPACK_SOURCE_GENERATOR TGZ)
 set(CPACK_SOURCE_PACKAGE_FILE_NAME tessel-${PROJECT_VERSION})
 # The folder's own name may hold what means something in a regular expression.
 string(REGEX REPLACE "([][+.*^$()?|\\])" "\\\\\\1" top "${CMAKE_SOURCE_DIR}")
-set(CPACK_SOURCE_IGNORE_FILES "^${top}/build/" "^${top}/\\.git/" "^${top}/\\.cache/"
+set(CPACK_SOURCE_IGNORE_FILES "^${top}/build/" "^${top}/\\.git(/|$)" "^${top}/\\.cache/"
     "^${top}/compile_commands\\.json$" "/__pycache__/" "/\\.hypothesis/")
 include(CPack)

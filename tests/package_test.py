@@ -87,26 +87,43 @@ def fixture_archive():
     return PROGRAM_DIR / f"tessel-{project_version()}.tar.gz"
 
 
+def documented(pattern):
+    """The packages that the README names for a device's builder."""
+    return re.search(pattern, read_text(SOURCE_DIR / "README.md"), re.MULTILINE).group(1).split()
+
+
+@pytest.fixture(scope="module", name="workshop")
+def fixture_workshop(tmp_path_factory):
+    """A root with nothing but Debian's essential packages and those that build the shell."""
+    listed = run("dpkg-query", "-W", "-f", "${Essential} ${Package}\n").splitlines()
+    essential = [line.split()[1] for line in listed if line.startswith("yes")]
+    needed = documented(r"^    apt-get install --no-install-recommends (.*)")
+    return ThrowawayRoot(tmp_path_factory.mktemp("workshop"), [*essential, *needed])
+
+
 @pytest.fixture(scope="module", name="build")
-def fixture_build(archive):
-    """A build of the unpacked source archive, with no option at all. The build is kept, so that the
-    next time only what has changed is compiled."""
+def fixture_build(archive, workshop):
+    """A build of the unpacked source archive, with no option at all and the documented packages alone.
+    The build is kept, so that the next time only what has changed is compiled."""
     source = WORK / "source"
     shutil.rmtree(source, ignore_errors=True)
-    with tarfile.open(archive) as opened:
-        opened.extractall(source)
-    build = WORK / "build"
-    run("cmake", "-S", source / archive.name[: -len(".tar.gz")], "-B", build)
-    run("cmake", "--build", build, "-j2")
+    source.mkdir(parents=True)
+    run("tar", "-C", source, "-xf", archive)
+    build = WORK / "device"
+    workshop.run(
+        "cmake", "-S", source / archive.name[: -len(".tar.gz")], "-B", build, shared=WORK
+    )
+    workshop.run("cmake", "--build", build, "-j2", shared=WORK)
     return build
 
 
 @pytest.fixture(scope="module", name="package")
-def fixture_package(build):
-    """The Debian package, made from that build."""
+def fixture_package(build, workshop):
+    """The Debian package, made from that build with no more than the packages documented for it."""
     for old in build.glob("*.deb"):
         old.unlink()
-    run("cpack", cwd=build)
+    workshop.add(documented(r"makes a Debian package, which needs `(.*)` too"))
+    workshop.run("sh", "-c", f"cd '{build}' && cpack", shared=WORK)
     (package,) = build.glob("*.deb")
     return package
 
@@ -267,9 +284,9 @@ def test_the_package_holds_what_is_installed(package, tmp_path):
 
 
 class ThrowawayRoot:
-    """A root folder with no more than a package manager and what the package depends on, made of
-    the files of the host's own packages. Commands run in it as root of a sandbox, so that the host
-    stays as it is and no rights are needed."""
+    """A root folder with no more than a package manager and some packages with what they depend on,
+    made of the files of the host's own packages. Commands run in it as root of a sandbox, so that the
+    host stays as it is and no rights are needed."""
 
     NEEDED = (
         "dpkg",
@@ -285,7 +302,7 @@ class ThrowawayRoot:
     # Not what makes a system work.
     LEFT_OUT = ("/usr/share/doc/", "/usr/share/man/", "/usr/share/locale/", "/usr/share/info/")
 
-    def __init__(self, folder, dependencies):
+    def __init__(self, folder, packages):
         self.folder = folder
         for name in ("bin", "sbin", "lib", "lib64"):
             (folder / "usr" / name).mkdir(parents=True)
@@ -294,10 +311,8 @@ class ThrowawayRoot:
             (folder / name).mkdir(parents=True, exist_ok=True)
         for name in ("info", "updates", "triggers", "parts"):
             (folder / "var/lib/dpkg" / name).mkdir(parents=True)
-        self._status = []
-        for package in self._closure([*self.NEEDED, *dependencies]):
-            self._copy(package)
-        (folder / "var/lib/dpkg/status").write_text("\n".join(self._status))
+        self._held = []
+        self.add([*self.NEEDED, *packages])
         (folder / "var/lib/dpkg/info/format").write_text("1\n")
         if not (folder / "bin/sh").exists():
             (folder / "bin/sh").symlink_to("dash")
@@ -305,6 +320,15 @@ class ThrowawayRoot:
         (folder / "etc/passwd").write_text("root:x:0:0:root:/root:/bin/sh\n")
         (folder / "etc/group").write_text("root:x:0:\n")
         self.run("dpkg", "--configure", "--pending")
+
+    def add(self, packages):
+        """Adds those packages, as installed, and what they depend on."""
+        for package in self._closure(packages):
+            if package not in self._held:
+                self._copy(package)
+                self._held.append(package)
+        status = run("dpkg-query", "-s", *self._held)
+        (self.folder / "var/lib/dpkg/status").write_text(status + "\n")
 
     @staticmethod
     def _closure(wanted):
@@ -346,10 +370,10 @@ class ThrowawayRoot:
             elif not target.exists() and os.access(source, os.R_OK):
                 target.parent.mkdir(parents=True, exist_ok=True)
                 shutil.copy2(source, target, follow_symlinks=False)
-        self._status.append(run("dpkg-query", "-s", package))
 
-    def run(self, *command, status=0, **options):
-        """Runs a command in the root and returns what it printed."""
+    def run(self, *command, status=0, shared=None, **options):
+        """Runs a command in the root and returns what it printed. A shared folder of the host stands
+        at its path in the root too."""
         done = programs.run(
             [
                 "bwrap",
@@ -369,6 +393,7 @@ class ThrowawayRoot:
                 "/dev",
                 "--proc",
                 "/proc",
+                *(["--bind", shared, shared] if shared else []),
                 "--chdir",
                 "/",
                 "env",
