@@ -4,12 +4,19 @@ include(GNUInstallDirs)
 # The manual page takes the version from here.
 configure_file(${CMAKE_SOURCE_DIR}/docs/tessel.8 ${CMAKE_BINARY_DIR}/tessel.8 @ONLY)
 
-file(GLOB documents CONFIGURE_DEPENDS
-     ${CMAKE_SOURCE_DIR}/docs/*.md ${CMAKE_SOURCE_DIR}/docs/*.svg)
 install(TARGETS tessel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES ${CMAKE_BINARY_DIR}/tessel.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
-install(FILES README.md CONTRIBUTING.md CHANGELOG.md COPYING DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES ${documents} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+# For those who put the shell on a device.
+set(integrators_pages docs/device.md docs/integration.md docs/login.md docs/security.md)
+install(FILES CHANGELOG.md COPYING DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES ${integrators_pages} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+# For those who change it: cmake --install FOLDER --component developers
+file(GLOB pages RELATIVE ${CMAKE_SOURCE_DIR} CONFIGURE_DEPENDS docs/*.md docs/*.svg)
+list(REMOVE_ITEM pages ${integrators_pages})
+install(FILES README.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
+        COMPONENT developers EXCLUDE_FROM_ALL)
+install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
+        COMPONENT developers EXCLUDE_FROM_ALL)
 
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_PACKAGE_NAME tessel)
@@ -39,23 +46,10 @@ set(CPACK_DEBIAN_PACKAGE_SUGGESTS "wget, wput")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
     ${CMAKE_SOURCE_DIR}/packaging/postinst ${CMAKE_SOURCE_DIR}/packaging/prerm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-# The architecture is the compiler's, not that of the machine it runs on.
-if(CMAKE_LIBRARY_ARCHITECTURE)
-  execute_process(COMMAND dpkg-architecture -t ${CMAKE_LIBRARY_ARCHITECTURE} -q DEB_HOST_ARCH
-                  OUTPUT_VARIABLE architecture OUTPUT_STRIP_TRAILING_WHITESPACE
-                  RESULT_VARIABLE result ERROR_QUIET)
-  if(result EQUAL 0)
-    set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${architecture})
-  endif()
-endif()
-# Nobody knows the packages of a sysroot's libraries; the program needs two.
+# For packaging/debian.cmake.
+set(CPACK_TESSEL_TRIPLET ${CMAKE_LIBRARY_ARCHITECTURE})
 if(CMAKE_CROSSCOMPILING)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
-  if(NOT TESSEL_STATIC)
-    file(STRINGS ${CMAKE_SYSROOT}/usr/include/features.h minor REGEX "define[ \t]+__GLIBC_MINOR__")
-    string(REGEX MATCH "[0-9]+$" minor "${minor}")
-    set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.${minor}), libreadline8t64 | libreadline8")
-  endif()
 endif()
 
 set(CPACK_SOURCE_GENERATOR TGZ)

@@ -23,9 +23,7 @@ PACKAGE = "tessel"
 REGISTERED = ["/bin/tessel", "/usr/bin/tessel"]
 PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
 
-DOCUMENTS = sorted(
-    path.name for path in (SOURCE_DIR / "docs").iterdir() if path.suffix in (".md", ".svg")
-)
+PAGES = {"device.md", "integration.md", "login.md", "security.md"}
 
 
 def run(*command, **options):
@@ -171,11 +169,8 @@ def installed_files(prefix, bin_folder="bin", man="share/man", doc="share/doc/te
     return {
         f"{prefix}/{bin_folder}/tessel",
         f"{prefix}/{man}/man8/tessel.8",
-        *(
-            f"{prefix}/{doc}/{name}"
-            for name in ("README.md", "CONTRIBUTING.md", "CHANGELOG.md", "COPYING")
-        ),
-        *(f"{prefix}/{doc}/docs/{name}" for name in DOCUMENTS),
+        *(f"{prefix}/{doc}/{name}" for name in ("CHANGELOG.md", "COPYING")),
+        *(f"{prefix}/{doc}/docs/{name}" for name in PAGES),
     }
 
 
@@ -191,6 +186,23 @@ def test_install_honours_prefix_and_destdir(build, tmp_path):
     assert files_below(tmp_path) == installed_files("opt/x")
     page = (tmp_path / "opt/x/share/man/man8/tessel.8").read_text()
     assert f"This page describes version {project_version()}.\n" in page
+
+
+def test_what_developers_read_comes_when_asked_for(build, tmp_path):
+    run("cmake", "--install", build, "--prefix", tmp_path, "--component", "developers")
+    documents = {path.name for path in (SOURCE_DIR / "docs").glob("*.[ms][dv]*")} - PAGES
+    assert documents > {"testing.md", "session.svg"}
+    folder = "share/doc/tessel"
+    assert files_below(tmp_path) == {
+        *(f"{folder}/{name}" for name in ("README.md", "CONTRIBUTING.md")),
+        *(f"{folder}/docs/{name}" for name in documents),
+    }
+
+
+def test_installed_pages_lead_to_installed_pages():
+    for name in PAGES:
+        links = re.findall(r"\]\(([^):#]+)", read_text(SOURCE_DIR / "docs" / name))
+        assert set(links) <= PAGES, name
 
 
 def test_install_honours_other_folders(build, tmp_path):
