@@ -2,19 +2,15 @@
 add_library(tessel_compiler INTERFACE)
 target_compile_options(tessel_compiler INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
-  $<$<BOOL:${TESSEL_WERROR}>:-Werror>
-  $<$<CONFIG:Release>:-fstack-protector-strong -ffunction-sections -fdata-sections>)
+  $<$<BOOL:${TESSEL_WERROR}>:-Werror>)
 if(TESSEL_SANITIZERS)
   set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all)
   target_compile_options(tessel_compiler INTERFACE ${sanitizers} -fno-omit-frame-pointer)
   target_link_options(tessel_compiler INTERFACE ${sanitizers})
 endif()
-target_compile_definitions(tessel_compiler INTERFACE
-  _TIME_BITS=64 _FILE_OFFSET_BITS=64
-  $<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
+target_compile_definitions(tessel_compiler INTERFACE _TIME_BITS=64 _FILE_OFFSET_BITS=64)
 # Everything that is searched by fuzzing says at once when it does something undefined.
 if(TESSEL_FUZZ)
-  include(CheckCXXSourceCompiles)
   set(CMAKE_REQUIRED_FLAGS -fsanitize=fuzzer,address,undefined)
   check_cxx_source_compiles(
     "extern \"C\" int LLVMFuzzerTestOneInput(const unsigned char*, unsigned long) { return 0; }"
@@ -28,20 +24,54 @@ if(TESSEL_FUZZ)
   target_compile_options(tessel_compiler INTERFACE ${fuzz_options} -fno-omit-frame-pointer)
   target_link_options(tessel_compiler INTERFACE ${fuzz_options})
 endif()
-set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-option(TESSEL_STATIC "Link everything into the program: for a system without the libraries" OFF)
-if(TESSEL_STATIC)
-  set(CMAKE_FIND_LIBRARY_SUFFIXES .a)
-  # An archive of Readline does not tell that it needs the terminal library.
-  set(CMAKE_CXX_STANDARD_LIBRARIES "${CMAKE_CXX_STANDARD_LIBRARIES} -ltinfo")
-else()
-  include(CheckPIESupported)
-  check_pie_supported(LANGUAGES CXX)
+
+# tessel_prefer(RESULT COMPILE LINK [SOURCE]): puts flags before the builder's own, so that those win,
+# unless no program can be made with them.
+function(tessel_prefer result compile link)
+  set(CMAKE_CXX_FLAGS "${compile} ${CMAKE_CXX_FLAGS}")
+  set(CMAKE_EXE_LINKER_FLAGS "${link} ${CMAKE_EXE_LINKER_FLAGS}")
+  tessel_check(${result} "${ARGN}")
+  if(${result})
+    set(CMAKE_CXX_FLAGS "${CMAKE_CXX_FLAGS}" PARENT_SCOPE)
+    set(CMAKE_EXE_LINKER_FLAGS "${CMAKE_EXE_LINKER_FLAGS}" PARENT_SCOPE)
+  endif()
+endfunction()
+
+if(NOT DEFINED CMAKE_POSITION_INDEPENDENT_CODE)
+  set(is_position_independent "
+#ifndef __PIC__
+#error
+#endif")
+  if(TESSEL_STATIC)
+    set(tessel_static -static-pie)
+    tessel_prefer(TESSEL_STATIC_PIE -fPIE "" "${is_position_independent}")
+    if(NOT TESSEL_STATIC_PIE)
+      set(tessel_static -static)
+    endif()
+  else()
+    tessel_prefer(TESSEL_PIE -fPIE -pie "${is_position_independent}")
+    if(NOT TESSEL_PIE)
+      tessel_prefer(TESSEL_NO_PIE "" -no-pie)
+    endif()
+  endif()
+endif()
+if(NOT CMAKE_BUILD_TYPE STREQUAL Debug)
+  tessel_prefer(TESSEL_SECTIONS "-ffunction-sections -fdata-sections" -Wl,--gc-sections,--as-needed)
+  tessel_prefer(TESSEL_STACK_PROTECTOR -fstack-protector-strong "")
+  tessel_prefer(TESSEL_RELRO "" -Wl,-z,relro,-z,now,-z,noexecstack)
+  tessel_check(TESSEL_FORTIFY "
+#if defined _FORTIFY_SOURCE || !defined __OPTIMIZE__
+#error
+#endif")
+  if(TESSEL_FORTIFY)
+    target_compile_definitions(tessel_compiler INTERFACE _FORTIFY_SOURCE=2)
+  endif()
 endif()
 
 function(tessel_link_program target)
-  target_link_options(${target} PRIVATE
-    $<$<BOOL:${TESSEL_STATIC}>:-static>
-    $<$<BOOL:${TESSEL_STATIC_CXX}>:-static-libstdc++;-static-libgcc>
-    $<$<CONFIG:Release>:-Wl,-z,relro,-z,now,-z,noexecstack,--gc-sections,--as-needed>)
+  if(TESSEL_STATIC)
+    target_link_options(${target} PRIVATE ${tessel_static})
+  elseif(TESSEL_STATIC_CXX)
+    target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)
+  endif()
 endfunction()

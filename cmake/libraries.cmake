@@ -1,0 +1,57 @@
+# What the program is linked with: Readline, and what its archive and older C libraries need besides.
+include(CheckCXXSourceCompiles)
+# The checks use the flags of the build that they are for.
+set(CMAKE_TRY_COMPILE_CONFIGURATION ${CMAKE_BUILD_TYPE})
+option(TESSEL_STATIC "Link everything into the program: for a system without the libraries" OFF)
+if(TESSEL_STATIC)
+  set(CMAKE_FIND_LIBRARY_SUFFIXES .a)
+  set(tessel_static -static)
+endif()
+
+find_path(READLINE_INCLUDE_DIR readline/readline.h)
+find_library(READLINE_LIBRARY readline)
+if(NOT READLINE_INCLUDE_DIR OR NOT READLINE_LIBRARY)
+  message(FATAL_ERROR "GNU Readline is missing: install libreadline-dev")
+endif()
+set(tessel_libraries ${READLINE_LIBRARY})
+
+# tessel_check(RESULT SOURCE): whether a program that reads lines can be made, with SOURCE in it.
+# Asked again when the builder has changed the flags.
+function(tessel_check result source)
+  set(CMAKE_REQUIRED_INCLUDES ${READLINE_INCLUDE_DIR})
+  set(CMAKE_REQUIRED_LIBRARIES ${tessel_libraries})
+  set(CMAKE_REQUIRED_LINK_OPTIONS ${tessel_static})
+  string(TOUPPER "CMAKE_CXX_FLAGS_${CMAKE_BUILD_TYPE}" flags_of_type)
+  set(asked "${CMAKE_CXX_FLAGS};${${flags_of_type}};${CMAKE_EXE_LINKER_FLAGS};${tessel_libraries}")
+  if(NOT asked STREQUAL "${${result}_ASKED}")
+    unset(${result} CACHE)
+    set(${result}_ASKED "${asked}" CACHE INTERNAL "")
+  endif()
+  check_cxx_source_compiles("${source}
+#include <cstdio>
+#include <readline/readline.h>
+int main() { char line[256]; return readline(fgets(line, sizeof line, stdin)) != nullptr; }" ${result})
+endfunction()
+
+# An archive of Readline, and some builds of the library, do not say which terminal library they need.
+tessel_check(TESSEL_READLINE_IS_ENOUGH "")
+if(NOT TESSEL_READLINE_IS_ENOUGH)
+  find_library(TERMINAL_LIBRARY NAMES tinfo tinfow ncursesw ncurses termcap)
+  if(TERMINAL_LIBRARY)
+    list(APPEND tessel_libraries ${TERMINAL_LIBRARY})
+  endif()
+  tessel_check(TESSEL_READLINE_LINKS "")
+  if(NOT TESSEL_READLINE_LINKS)
+    message(FATAL_ERROR "No program can be linked with ${tessel_libraries}: see "
+                        "CMakeFiles/CMakeError.log in the build folder")
+  endif()
+endif()
+
+# glibc before 2.34 has timers in a library of their own.
+set(timer "#include <ctime>
+#include <csignal>
+int timer() { return timer_create(CLOCK_MONOTONIC, nullptr, nullptr); }")
+tessel_check(TESSEL_HAS_TIMERS "${timer}")
+if(NOT TESSEL_HAS_TIMERS)
+  list(APPEND tessel_libraries rt)
+endif()
