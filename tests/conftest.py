@@ -9,7 +9,7 @@ from console import MAKE_ROOT, ON_MACHINE, PROGRAM_DIR, TARGET, Device
 from machine import MACHINE_ONLY, NOT_ON_TARGET, MachineDevice, MachineRoom
 
 # What tests ask for that run the shell or its back end.
-GATEWAYS = {"device", "gateway", "sandbox"}
+GATEWAYS = {"bare_device", "device", "gateway", "sandbox"}
 
 
 def pytest_collection_modifyitems(items):

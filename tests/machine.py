@@ -39,6 +39,7 @@ SLOW_LINE = "takes minutes on an emulated line; machine_test.py pastes what is e
 SSH_SERVER = "comes in by an ssh server of the host"
 NOT_ON_TARGET = {
     "armhf": {
+        "bare_device_test.py": SANDBOX_OF_THE_HOST,
         "bad_input_test.py::test_back_end_that_is_down":
             "takes the socket out of the device's folder, which has none here",
         "failing_calls_test.py": PRELOADED,
