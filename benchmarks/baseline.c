@@ -1,0 +1,18 @@
+/* The least that a C program can do to ask for a line with Readline: the baseline for start, memory
+   and keys. */
+
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <readline/readline.h>
+
+int main(void) {
+    char* line;
+    fputs("Please, login as an Administrator\n\n", stdout);
+    fflush(stdout);
+    free(readline("Username: "));
+    while ((line = readline("tessel:> ")) != NULL) {
+        free(line);
+    }
+    return 0;
+}

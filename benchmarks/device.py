@@ -1,0 +1,112 @@
+"""Makes the device that is measured on: the development gateway's root folder, with files of the
+sizes that are measured in /data."""
+
+import random
+import shutil
+import subprocess
+from dataclasses import dataclass
+from pathlib import Path
+
+SOURCE_DIR = Path(__file__).resolve().parent.parent
+MIB = 1024 * 1024
+STEPS = 3  # growth is measured between a size and 10, 100 and 1,000 times that
+
+
+@dataclass(frozen=True)
+class Scale:
+    """How much is measured."""
+
+    rounds: int  # of what takes milliseconds
+    growth_rounds: int
+    keys: int  # typed at each prompt, a multiple of what is typed at a time
+    menu_items: int
+    extensions: int
+    text_size: int  # bytes of a summary, and of a save program's answer
+    listed_parts: int
+    least: tuple  # growth: the smallest number of menu items, extensions and bytes
+
+
+FULL = Scale(200, 30, 4000, 60, 10_000, MIB, 1_000, (100, 1_000, 64 * 1024))
+QUICK = Scale(3, 2, 40, 60, 1_000, MIB // 16, 100, (10, 10, 256))
+
+MARKERS = ("#ERROR", "#VAL", "#MSG", "#END", "\\n", "#ERROR_GLOBAL")
+RECORD_SIZE = 100  # bytes of a save program's answer, one marker in each
+KINDS = ("attendant", "extension", "pickup", "callpark", "paging")
+
+
+def growing(least):
+    """The sizes between which growth is measured, after nothing at all."""
+    return [0] + [least * 10**step for step in range(STEPS + 1)]
+
+
+def menu_tree(items, acls=("auto,admin", "auto,admin", "auto,admin", "auto,extension", "admin")):
+    """A menu in no order, as menus are; the same at every call."""
+    numbers = list(range(items))
+    random.Random(items).shuffle(numbers)
+    return "".join(
+        f"ITEM /cgi-bin/part{number:06}.cgi {{\n"
+        f"    ACL = {acls[number % len(acls)]}\n"
+        f'    CAP = "Part number {number}"\n'
+        "}\n"
+        for number in numbers
+    )
+
+
+def listing(parts):
+    """The lines that list prints of a menu of general parts."""
+    return "".join(f"part{number:06} (Part number {number})\n" for number in range(parts))
+
+
+def repeated(text, size):
+    return (text * (size // len(text) + 1))[:size]
+
+
+def summary(size):
+    """A part's readable text with its version line, of that many bytes after that line."""
+    lines = [f"sip.account.{line:05}.display_name=Reception\n" for line in range(10_000)]
+    return "VERSION=1.0\n" + repeated("".join(lines), size)
+
+
+def answer(size):
+    """A save program's answer with a marker in every line of 100 bytes."""
+    lines = [marker.rjust(RECORD_SIZE - 1, "x") + "\n" for marker in MARKERS]
+    return repeated("".join(lines), size)
+
+
+# Parts of every tenth name and more. The one is the last of every database, the other in none.
+LAST_EXTENSION = "7"
+ABSENT_EXTENSION = "3"
+
+
+def extension_entry(number, name):
+    return f"ext{number} = {name}\n"
+
+
+def extension_database(entries):
+    """Extensions named by the numbers from 10 on, so that many names are parts of others."""
+    names = [str(10 + number) for number in range(max(entries - 1, 0))] + [LAST_EXTENSION]
+    lines = [extension_entry(number, names[number]) for number in range(entries)]
+    share = -(-entries // len(KINDS))
+    return "".join(
+        f"section {kind} {{\n{''.join(lines[first * share:][:share])}}}\n"
+        for first, kind in enumerate(KINDS)
+    )
+
+
+def make_device(root, programs, scale):
+    """Makes the root folder, with everything that a run of that scale needs in /data."""
+    subprocess.run([SOURCE_DIR / "gateway" / "make_root", "--fresh", root], check=True)
+    shutil.copy(programs / "benchmarks" / "client", root / "bin" / "fcgiclient")
+    for folder in ("data", "build", "benchmarks"):
+        (root / folder).mkdir()
+    items, extensions, size = map(growing, scale.least)
+    for kind, make, counts in (
+        ("menu", menu_tree, {scale.menu_items, *items}),
+        ("extensions", extension_database, {scale.extensions, *extensions}),
+        ("summary", summary, {scale.text_size, *size}),
+        ("answer", answer, {scale.text_size, *size}),
+    ):
+        for count in counts:
+            (root / "data" / f"{kind}.{count}").write_text(make(count))
+    (root / "data" / "menu.list").write_text(menu_tree(scale.listed_parts, ("auto",)))
+    (root / "data" / "listing").write_text(listing(scale.listed_parts))
