@@ -43,7 +43,9 @@ NOT_ON_TARGET = {
         "bad_input_test.py::test_back_end_that_is_down":
             "takes the socket out of the device's folder, which has none here",
         "failing_calls_test.py": PRELOADED,
+        "ftp_answers_test.py": "runs Python on the device, which has none here",
         "injection_test.py": "runs Python on the device, which has none here",
+        "integration_test.py::test_client_of_a_fastcgi_server": "runs a server of the host",
         "login_ways_test.py": "starts servers of the host; here it is the device's own getty",
         "gateway_test.py": SANDBOX_OF_THE_HOST,
         "manual_test.py": SANDBOX_OF_THE_HOST,
@@ -62,6 +64,7 @@ NOT_ON_TARGET = {
     },
     "i386": {
         "failing_calls_test.py": PRELOADED,
+        "ftp_answers_test.py": "asks a program of the build that the static one has not",
         "injection_test.py": "asks a program of the build that the static one has not",
         "soak_test.py": "takes long, and is not particular to a target",
     },

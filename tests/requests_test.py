@@ -143,6 +143,18 @@ def test_inherited_values_are_overwritten(device):
     ]
 
 
+def test_other_variables_of_cgi_get_through(device):
+    device.record_requests()
+    found = {"CONTENT_LENGTH": "7", "SCRIPT_NAME": "/x"}
+    device.run(
+        b"admin\ngateway\nget sip\nexit\n", "/bin/env", *map("=".join, found.items()), SHELL
+    )
+    requests = device.requests()
+    assert len(requests) == 2
+    for request in requests:
+        assert found.items() <= request.items()
+
+
 def test_nothing_is_left_of_a_request(device):
     device.record_requests()
     console = device.log_in()

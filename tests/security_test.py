@@ -21,6 +21,17 @@ def test_save_file_is_written_through_a_link(device):
     assert device.read("/etc/precious") == b"VERSION=1\n"
 
 
+def test_save_file_that_cannot_be_written_is_submitted_as_it_stands(device):
+    old = b"VERSION=2.1.4\nsip.local_port=5070\n"
+    device.write(SAVE_FILE, old, mode=0o444)
+    result = device.run(LOGIN + b"sip.local_port=5080\nsave\nsave\nexit\n")
+    assert result.output.endswith(
+        b"tessel:> save\n1 setting saved\ntessel:> save\nERROR: Nothing to save\ntessel:> exit\n"
+    )
+    assert device.read(SAVE_FILE) == old
+    assert b"sip.local_port=5070\n" in device.read("/var/lib/gateway/settings.conf")
+
+
 def test_backup_log_is_written_through_a_link_and_the_link_alone_is_deleted(device):
     device.write("/etc/precious", b"precious\n")
     device.path("/tmp/auto-backup.log").symlink_to("/etc/precious")
