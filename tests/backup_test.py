@@ -6,7 +6,7 @@ from datetime import datetime, timedelta, timezone
 
 import pytest
 
-from console import PROMPT, SAVE_FILE, SHELL
+from console import PROMPT, SAVE_FILE, SHELL, wait_until
 
 BACKUP_LOG = "/tmp/auto-backup.log"
 RESTORE_LOG = "/tmp/restorelog.txt"
@@ -481,6 +481,16 @@ def test_folder_in_place_of_the_restore_log_is_left_alone(device, console, statu
     device.record_calls("backupconfig", b"exit %d" % status)
     assert transfer(console, b"restore") == outcome
     assert device.path(RESTORE_LOG).is_dir()
+
+
+def test_restore_goes_on_when_its_interpreter_alone_is_killed(device, console):
+    wait = b"while [ ! -e /record/%s ]; do sleep 0.01; done\n"
+    kill = b"kill -KILL $PPID\n"
+    device.record_calls("wget", wait % b"restored" + kill + wait % b"go" + b"echo archive")
+    assert transfer(console, b"restore") == RESTORE_FAILED
+    device.write("/record/go")
+    wait_until(lambda: device.exists(RESTORE_LOG))
+    assert device.read("/record/restored") == b"archive\n"
 
 
 def test_missing_backup_program_fails_the_restore(device, console):

@@ -8,6 +8,7 @@ import termios
 import pytest
 
 from console import (
+    END_SESSIONS,
     ENVIRONMENT,
     PASSWORD,
     PATIENCE,
@@ -220,3 +221,14 @@ def test_pasted_10000_lines_in_brackets_are_one_line(device):
     console.enter(b"")
     console.enter(b"a=1")
     assert saved(device, console) == b"b=1\na=1\n"
+
+
+@pytest.mark.skipif(END_SESSIONS, reason="the sanitizers and valgrind take more of the stack")
+@pytest.mark.parametrize("terminal", ["dumb", "vt100", "xterm-256color"])
+def test_stack_of_128_kib_is_enough(device, terminal):
+    device.record_calls("wput", b"echo FINISHED")
+    typed = LOGIN + b"\n".join(COMMANDS) + b"\nbackup\nh\n1\np\nu\nw\nexit\n"
+    limited = f"ulimit -s 128 && TERM={terminal} exec /bin/tessel"
+    result = device.run(typed, "/bin/sh", "-c", limited)
+    assert result.status == 0
+    assert b"Configuration backup finished!\n" in result.output
