@@ -8,11 +8,11 @@ import os
 import re
 import shlex
 import shutil
-import subprocess
 from pathlib import Path
 
 import pytest
 
+import programs
 from console import PROGRAM_DIR, SOURCE_DIR
 from package_test import run
 
@@ -190,9 +190,7 @@ def test_a_static_program_with_an_ncurses_that_is_one_library(tmp_path):
     facts = facts_of(build / "tessel")
     assert "NEEDED" not in facts and re.search(r"FLAGS_1\).*PIE", facts)
     assert "INTERP" not in run("readelf", "--program-headers", "--wide", build / "tessel")
-    ended = subprocess.run(
-        [build / "tessel"], input=b"", capture_output=True, timeout=60, check=False
-    )
+    ended = programs.run([build / "tessel"], input=b"", capture_output=True, timeout=60)
     assert ended.returncode == 1 and ended.stdout.startswith(b"Please, login")
 
 

@@ -244,7 +244,7 @@ class Clone:
     def __init__(self, folder):
         self.folder = folder
         folder.mkdir()
-        for name in ("run", "check", "fuzz"):
+        for name in ("run", "check", "fuzz", "bench"):
             shutil.copy(SOURCE_DIR / name, folder)
         for name in ("scripts", "gateway", "tests"):
             (folder / name).symlink_to(SOURCE_DIR / name)
@@ -297,7 +297,7 @@ def fixture_clone(tmp_path):
     return Clone(tmp_path / "clone")
 
 
-@pytest.mark.parametrize("command", ["run", "check", "fuzz"])
+@pytest.mark.parametrize("command", ["run", "check", "fuzz", "bench"])
 def test_a_clone_that_another_user_has_used_is_refused_and_not_touched(clone, command):
     clone.stand_in("id", "echo 54321")
     before = clone.files()
