@@ -48,11 +48,13 @@ std::string take_log(const char* path) {
     return text;
 }
 
-// Asks, transfers and returns the status of the command line. A dialogue that a request to end the
-// session cut short transfers nothing.
+// Asks, transfers and returns the status of the command line. A dialogue that was called off, or
+// that a request to end the session cut short, transfers nothing.
 int transfer(const std::string& file_name, Direction direction) {
     std::string command_line;
-    build_transfer_command(command_line, file_name, direction);
+    if (!build_transfer_command(command_line, file_name, direction)) {
+        return -1;
+    }
     const int status = end_requested() ? -1 : run_command(command_line);
     const std::size_t length = command_line.size();
     wipe(command_line);

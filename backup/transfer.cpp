@@ -186,6 +186,18 @@ Secret quoted(std::string_view word) {
     return result;
 }
 
+// False when the question was called off.
+bool ask(const char* prompt, std::string& answer) {
+    answer = read_answer(prompt).value_or("");
+    return !called_off();
+}
+
+bool ask_password(const char* prompt, std::string& answer) {
+    const std::optional<Secret> password = read_password(prompt);
+    answer = password ? password->view() : "";
+    return !called_off();
+}
+
 }  // namespace
 
 TransferParameters::~TransferParameters() {
@@ -210,15 +222,12 @@ int make_backup_file_name(char* buffer, std::size_t size) {
     return 1;
 }
 
-void ask_transfer_parameters(TransferParameters& parameters, Direction direction) {
-    parameters.server = read_answer("tessel:> Server: ").value_or("");
-    parameters.port = read_answer("tessel:> Port: ").value_or("");
-    parameters.path = read_answer(direction == Direction::RESTORE ? "tessel:> File path: "
-                                                                  : "tessel:> Server path: ")
-                          .value_or("");
-    parameters.username = read_answer("tessel:> Username: ").value_or("");
-    const std::optional<Secret> password = read_password("tessel:> Password: ");
-    parameters.password = password ? password->view() : "";
+bool ask_transfer_parameters(TransferParameters& parameters, Direction direction) {
+    const char* path_prompt =
+        direction == Direction::RESTORE ? "tessel:> File path: " : "tessel:> Server path: ";
+    return ask("tessel:> Server: ", parameters.server) && ask("tessel:> Port: ", parameters.port) &&
+           ask(path_prompt, parameters.path) && ask("tessel:> Username: ", parameters.username) &&
+           ask_password("tessel:> Password: ", parameters.password);
 }
 
 std::string transfer_command(const TransferParameters& parameters, const std::string& file_name,
@@ -237,9 +246,12 @@ std::string transfer_command(const TransferParameters& parameters, const std::st
     return command_line;
 }
 
-void build_transfer_command(std::string& command_line, const std::string& file_name,
+bool build_transfer_command(std::string& command_line, const std::string& file_name,
                             Direction direction) {
     TransferParameters parameters;
-    ask_transfer_parameters(parameters, direction);
+    if (!ask_transfer_parameters(parameters, direction)) {
+        return false;
+    }
     command_line = transfer_command(parameters, file_name, direction);
+    return true;
 }

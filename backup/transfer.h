@@ -26,14 +26,15 @@ struct TransferParameters {
 /// and NUL-terminated. Returns 1, or 0 with the buffer untouched when there is no clock.
 int make_backup_file_name(char* buffer, std::size_t size);
 
-/// Asks for the five answers. The end of input at a question is an empty answer.
-void ask_transfer_parameters(TransferParameters& parameters, Direction direction);
+/// Asks for the five answers. The end of input at a question is an empty answer. False when one was
+/// called off; what follows it is not asked.
+bool ask_transfer_parameters(TransferParameters& parameters, Direction direction);
 
 /// The command line for those answers. The file name is empty for a restore.
 std::string transfer_command(const TransferParameters& parameters, const std::string& file_name,
                              Direction direction);
 
 /// Asks for the answers and puts the command line together. It may hold a password: the caller
-/// wipes it.
-void build_transfer_command(std::string& command_line, const std::string& file_name,
+/// wipes it. False, and no command line, when a question was called off.
+bool build_transfer_command(std::string& command_line, const std::string& file_name,
                             Direction direction);

@@ -1,6 +1,7 @@
 #include "backup/transfer.h"
 
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <ctime>
 #include <string>
@@ -316,11 +317,21 @@ TEST_F(TransferDialogueTest, EndOfInputAtAQuestionIsAnEmptyAnswer) {
     EXPECT_EQ(parameters.password, "");
 }
 
+TEST_F(TransferDialogueTest, ThatIsCalledOffBuildsNothing) {
+    outside.lines = {"10.0.0.1", "21", "/backups", "admin"};
+    outside.passwords = {std::nullopt};
+    outside.while_typing = [] { errno = EINTR; };
+    std::string command_line;
+    EXPECT_FALSE(build_transfer_command(command_line, NAME, Direction::BACKUP));
+    EXPECT_EQ(command_line, "");
+    EXPECT_EQ(outside.prompts.size(), 5U);
+}
+
 TEST_F(TransferDialogueTest, StandsInTheBuildingOfTheCommandLine) {
     outside.lines = {"10.0.0.1", "21", "/backups", "admin"};
     outside.passwords = {"pw"};
     std::string command_line;
-    build_transfer_command(command_line, NAME, Direction::BACKUP);
+    EXPECT_TRUE(build_transfer_command(command_line, NAME, Direction::BACKUP));
     EXPECT_EQ(
         command_line,
         BACKUP_HEAD + "ftp://admin:pw@10.0.0.1:21/backups/config_2025-3-7_0905.bin" + BACKUP_TAIL);

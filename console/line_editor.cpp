@@ -1,19 +1,125 @@
 #include "console/line_editor.h"
 
+#include <termios.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 
 #include <readline/history.h>
 #include <readline/readline.h>
+#include <readline/tilde.h>
 
 #include "console/signals.h"
+#include "console/text.h"
 
 namespace {
 
+constexpr int NO_KEY = -100;  // nothing that rl_getc returns
+constexpr int EMACS_MODE = 1;
+constexpr int MIN_SCREEN_WIDTH = 4;
+constexpr const char* PASTE_MARKS[] = {"\\e[200~", "\\e[201~"};  // as the editor spells keys
+
 bool input_is_terminal = false;
+int interrupt_key = NO_KEY;  // the terminal's, as long as the editor has the terminal
+bool line_was_dropped = false;
+
+// The key that interrupts arrives like any other: the editor's own way to meet the signal keeps the
+// line, and would lose keys that were typed ahead.
+int read_key(std::FILE* stream) {
+    if (!line_was_dropped) {
+        const int key = rl_getc(stream);
+        if (key != interrupt_key) {
+            return key;
+        }
+        line_was_dropped = true;
+        rl_point = rl_end;
+        rl_redisplay_function();
+        rl_echo_signal_char(SIGINT);
+    }
+    // Ends what waits for further keys, then the line.
+    return RL_ISSTATE(RL_STATE_READCMD) != 0 ? READERR : EOF;
+}
+
+// Some commands of the vi mode never end on a line with broken characters.
+void leave_vi_mode() {
+    if (rl_editing_mode != EMACS_MODE) {
+        rl_variable_bind("editing-mode", "emacs");
+    }
+}
+
+// Lines of the history, the line that was typed before one of them was looked at, and the current
+// line share their lists of what can be undone; the editor loses track of who owns one and releases
+// it twice. So no list outlives the command that made it.
+void forget_undo() {
+    rl_free_undo_list();
+}
+
+// The editor divides by a third of the width.
+void widen_screen() {
+    int rows = 0;
+    int columns = 0;
+    rl_get_screen_size(&rows, &columns);
+    if (columns < MIN_SCREEN_WIDTH) {
+        rl_set_screen_size(rows, MIN_SCREEN_WIDTH);
+    }
+}
+
+// Happens between any two commands of the editor.
+void redisplay() {
+    forget_undo();
+    leave_vi_mode();
+    widen_screen();
+    rl_redisplay();
+}
+
+// On a terminal without echo the editor shows the first prompt only while this is its own function.
+int start_editing() {
+    rl_redisplay_function = redisplay;
+    return 0;
+}
+
+int do_nothing(int /*count*/, int /*key*/) {
+    return 0;
+}
+
+// A terminal may still mark what is pasted, when somebody else has asked it to.
+void ignore_paste_marks() {
+    for (const char* mark : PASTE_MARKS) {
+        rl_bind_keyseq_in_map(mark, do_nothing, emacs_standard_keymap);
+    }
+}
+
+// Happens each time the editor takes the terminal. Its start-up file was read before, and can be
+// read again.
+void prepare_terminal(int meta_flag) {
+    leave_vi_mode();
+    rl_variable_bind("enable-bracketed-paste", "off");
+    ignore_paste_marks();
+    rl_prep_terminal(meta_flag);
+    termios modes = {};
+    if (tcgetattr(STDIN_FILENO, &modes) == 0 && modes.c_cc[VINTR] != _POSIX_VDISABLE) {
+        interrupt_key = modes.c_cc[VINTR];
+        modes.c_cc[VINTR] = _POSIX_VDISABLE;
+        tcsetattr(STDIN_FILENO, TCSADRAIN, &modes);
+    }
+}
+
+// Stands in for what the system knows of accounts.
+char* keep_tilde(char* name) {
+    return strdup(("~" + std::string(name)).c_str());
+}
+
+void show_nothing() {}
+
+// What a macro holds or has yet to type.
+void forget_macros() {
+    rl_redisplay_function = show_nothing;
+    rl_free_line_state();
+    rl_redisplay_function = rl_redisplay;
+}
 
 // True when the session is to end. A terminal that hangs up makes the editor return what was typed
 // so far, and half a command must not run; the kernel need not have told this process of it.
@@ -32,20 +138,40 @@ void prepare_streams() {
     std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
 }
 
+void protect_line_editor() {
+    rl_getc_function = read_key;
+    rl_prep_term_function = prepare_terminal;
+    rl_pre_input_hook = start_editing;
+    tilde_expansion_preexpansion_hook = keep_tilde;
+}
+
 void init_line_editor() {
+    forget_macros();
+    tilde_expansion_preexpansion_hook = nullptr;
     rl_readline_name = PROMPT;
     rl_attempted_completion_function = tessel_completion;
 }
 
 LineBuffer read_line(const char* prompt) {
+    line_was_dropped = false;
     if (end_requested()) {
         return nullptr;
     }
+    rl_redisplay_function = rl_redisplay;
     LineBuffer line(readline(prompt));
     if (session_is_over()) {
+        line_was_dropped = false;
+        return nullptr;
+    }
+    if (line_was_dropped) {
+        print_now("\n");
         return nullptr;
     }
     return line;
+}
+
+bool called_off() {
+    return line_was_dropped;
 }
 
 std::optional<std::string> read_answer(const char* prompt) {
@@ -59,11 +185,14 @@ std::optional<std::string> read_answer(const char* prompt) {
 std::optional<Secret> read_password(const char* prompt) {
     std::fflush(stdout);
     const InterruptibleReads interruptible;
+    line_was_dropped = false;
     if (end_requested()) {
         return std::nullopt;
     }
+    errno = 0;
     char* typed = getpass(prompt);
     if (typed == nullptr) {
+        line_was_dropped = errno == EINTR && !session_is_over();
         return std::nullopt;
     }
     Secret password(typed);

@@ -24,20 +24,27 @@ constexpr const char* PROMPT = "tessel:> ";
 /// flushed, so that every flush is one write, on a terminal too.
 void prepare_streams();
 
+/// Keeps keys from doing harm: what is pasted is typed, no key ends the session by a fault of the
+/// editor, and before the login none tells of accounts. To be called before anything is read.
+void protect_line_editor();
+
 /// Names the application to the editor and installs tessel_completion. To be called after the
 /// login, which runs with the editor's defaults.
 void init_line_editor();
 
-/// Asks for a line. Null at the end of input, after a request to end the session, and when the
-/// terminal was lost in the middle of a line.
+/// Asks for a line. Null at the end of input, after a request to end the session, when the terminal
+/// was lost in the middle of a line, and when the question was called off.
 LineBuffer read_line(const char* prompt);
 
 /// The same for one answer of a dialogue, exactly as typed.
 std::optional<std::string> read_answer(const char* prompt);
 
-/// Asks for a secret without echo. Nothing when it cannot be read or the session is to end. No
-/// other copy is kept.
+/// Asks for a secret without echo. Nothing when it cannot be read, the session is to end or the
+/// question was called off. No other copy is kept.
 std::optional<Secret> read_password(const char* prompt);
+
+/// Whether Ctrl-C ended the last of these questions. The cursor then stands on a new line.
+bool called_off();
 
 /// Keeps a line for the arrow keys, for this session only.
 void remember_line(const char* line);

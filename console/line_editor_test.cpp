@@ -1,9 +1,12 @@
 #include "console/line_editor.h"
 
+#include <cerrno>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <readline/readline.h>
+#include <readline/tilde.h>
 #include <unistd.h>
 
 #include "console/text.h"
@@ -19,6 +22,14 @@ TEST_F(LineEditorTest, KnowsTheShellByItsPromptAndAsksItOnTab) {
     init_line_editor();
     EXPECT_STREQ(rl_readline_name, "tessel:> ");
     EXPECT_EQ(rl_attempted_completion_function, tessel_completion);
+}
+
+TEST_F(LineEditorTest, TildeStandsForNobodyBeforeTheLogin) {
+    protect_line_editor();
+    const std::unique_ptr<char, FreeDeleter> root(tilde_expand("~root/x"));
+    EXPECT_STREQ(root.get(), "~root/x");
+    init_line_editor();
+    EXPECT_EQ(tilde_expansion_preexpansion_hook, nullptr);
 }
 
 TEST_F(LineEditorTest, CompletionOffersNothingAndLeavesTheRestToTheEditor) {
@@ -40,6 +51,18 @@ TEST_F(LineEditorTest, PasswordIsExactlyWhatWasTypedAndNoneWhenItCannotBeRead) {
     EXPECT_EQ(read_password("Password: ")->view(), " pw ");
     EXPECT_EQ(read_password("Password: ")->view(), "");
     EXPECT_FALSE(read_password("Password: ").has_value());
+}
+
+TEST_F(LineEditorTest, PasswordThatIsInterruptedIsCalledOff) {
+    outside.passwords = {std::nullopt, std::nullopt, "pw"};
+    outside.while_typing = [] { errno = EINTR; };
+    EXPECT_FALSE(read_password("Password: ").has_value());
+    EXPECT_TRUE(called_off());
+    outside.while_typing = [] { errno = EIO; };
+    EXPECT_FALSE(read_password("Password: ").has_value());
+    EXPECT_FALSE(called_off());
+    EXPECT_TRUE(read_password("Password: ").has_value());
+    EXPECT_FALSE(called_off());
 }
 
 TEST_F(LineEditorTest, PasswordIsWipedWhereItWasTyped) {

@@ -47,11 +47,19 @@ bool credentials_match(const std::string& user, const std::string& password) {
 }
 
 // An answer that could not be read is a wrong one. Both questions are always asked, so that nobody
-// learns which answer was wrong.
+// learns which answer was wrong. Calling one off starts again from the first.
 bool attempt_login() {
-    const std::optional<std::string> user = read_answer("Username: ");
-    const std::optional<Secret> password = read_password("Password: ");
-    return user && password && check_admin_credentials(*user, std::string(password->view())) == 1;
+    while (true) {
+        const std::optional<std::string> user = read_answer("Username: ");
+        if (called_off()) {
+            continue;
+        }
+        const std::optional<Secret> password = read_password("Password: ");
+        if (!called_off()) {
+            return user && password &&
+                   check_admin_credentials(*user, std::string(password->view())) == 1;
+        }
+    }
 }
 
 }  // namespace

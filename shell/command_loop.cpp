@@ -51,10 +51,11 @@ int dispatch_line(char* line) {
 int run_command_loop() {
     while (!_gDoExit) {
         const LineBuffer line = read_line(PROMPT);
-        if (!line) {
+        if (line) {
+            handle_line(line.get());
+        } else if (!called_off()) {
             break;
         }
-        handle_line(line.get());
     }
     return admin_logout();
 }

@@ -7,6 +7,7 @@
 // Arguments are ignored: as a login shell the program is started with whatever the caller fancies.
 int main() {
     prepare_streams();
+    protect_line_editor();
     install_signal_handlers();
     load_menu_tree();
     admin_login();

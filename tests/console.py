@@ -5,8 +5,6 @@ programs into its /bin and then open a Console, which is a pseudo-terminal that 
 or hand a whole session to the shell through a pipe. Everything seen and typed is bytes.
 """
 
-import atexit
-import functools
 import io
 import os
 import select
@@ -77,16 +75,6 @@ def _as_found():
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)
 
 
-@functools.cache
-def _factory_root():
-    """The root folder of a device with factory settings; making one takes longer than copying it."""
-    folder = tempfile.mkdtemp(prefix="tessel-factory-")
-    atexit.register(shutil.rmtree, folder)
-    root = Path(folder) / "root"
-    programs.run(["/bin/sh", MAKE_ROOT, root], check=True, timeout=PATIENCE)
-    return root
-
-
 class Device:
     """The root folder of a device, with its files, and the programs that it runs."""
 
@@ -95,7 +83,7 @@ class Device:
         self._consoles = []
         self._runs = []
         self._serves_ftp = False
-        shutil.copytree(_factory_root(), self.root, symlinks=True)
+        programs.run(["/bin/sh", MAKE_ROOT, self.root], check=True, timeout=PATIENCE)
         self.path("/record").mkdir()
 
     def path(self, name):
@@ -246,12 +234,10 @@ class Device:
         for console in self._consoles:
             console.close()
         errors = self.memory_errors()
-        shutil.rmtree(self.root, ignore_errors=True)
-        if self.root.exists():
-            # Tests take rights away from folders. The last process of a console may still be at work.
-            programs.run(["chmod", "-R", "u+rwX", self.root], check=False, stderr=programs.DEVNULL)
-            for _ in range(10):
-                shutil.rmtree(self.root, ignore_errors=True)
+        # Tests take rights away from folders. The last process of a console may still be at work.
+        programs.run(["chmod", "-R", "u+rwX", self.root], check=False, stderr=programs.DEVNULL)
+        for _ in range(10):
+            shutil.rmtree(self.root, ignore_errors=True)
         assert not self.root.exists(), f"{self.root} cannot be removed"
         assert not errors, errors
 
@@ -296,20 +282,28 @@ class Console:
     def enter(self, line):
         self.type(line + b"\r")
 
-    def paste(self, text, patience=PATIENCE):
-        """Types more than a terminal takes at once, and looks at the screen meanwhile."""
+    def paste(self, text, patience=PATIENCE, speed=None):
+        """Types more than a terminal takes at once, and looks at the screen meanwhile. The speed is in
+        bytes a second; without one it is whatever the terminal takes."""
         self._exchange_start = self._shown.tell()
         terminal = self._child.fileno()
-        deadline = time.monotonic() + patience
+        start = time.monotonic()
+        deadline = start + patience
+        length = len(text)
         os.set_blocking(terminal, False)
         while text:
             assert time.monotonic() < deadline, f"the last {len(text)} bytes are not taken"
-            readable, writable, _ = select.select([terminal], [terminal], [], 1)
+            due = len(text)
+            if speed:
+                due -= max(0, length - int(speed * (time.monotonic() - start)))
+            readable, writable, _ = select.select(
+                [terminal], [terminal] if due > 0 else [], [], 1 if due > 0 else 0.01
+            )
             if readable:
                 self._child.read_nonblocking(65536, timeout=0)
             if writable:
                 try:
-                    text = text[os.write(terminal, text[:4096]) :]
+                    text = text[os.write(terminal, text[: min(due, 4096)]) :]
                 except BlockingIOError:
                     pass  # there was room, but not enough
         os.set_blocking(terminal, True)

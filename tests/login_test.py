@@ -271,6 +271,23 @@ def test_tab_completes_names_of_files_before_the_login(device):
     console.exchange(b"/etc/menut\t", b"Password: ", echo=b"/etc/menutree.conf ")
 
 
+def test_no_key_tells_of_accounts_before_the_login(device):
+    console = device.console()
+    console.read_until(b"Username: ")
+    console.exchange(b"~root\x1b&", b"Password: ", echo=b"~root")
+    console.exchange(b"", b"Username: ", echo=b"")
+    console.exchange(b"~root/\t", b"Password: ", echo=b"~root/\x07")
+
+
+def test_macro_recorded_before_the_login_is_gone_after_it(device):
+    console = device.console()
+    console.read_until(b"Username: ")
+    console.enter(b"\x18(exit\x18)\x15admin")
+    console.read_until(b"Password: ")
+    console.exchange(b"gateway", PROMPT, echo=b"")
+    assert console.command(b"\x18ehelp exit", echo=b"\x07help exit") != b""
+
+
 def test_command_line_arguments_are_ignored(device):
     console = device.log_in(SHELL, "--help", "-x", "exit")
     assert console.screen == GREETING + b"Username: admin\nPassword: \n\ntessel:> "

@@ -16,8 +16,6 @@ from console import ENVIRONMENT, PATIENCE, PROGRAM_DIR, SOURCE_DIR, Console
 GATEWAY = SOURCE_DIR / "gateway"
 RECIPES = (SOURCE_DIR / "docs/login.md").read_text()
 GREETING = b"Please, login as an Administrator\n\n"
-# For terminals that know control sequences.
-PLAIN_EDITING = b"set enable-bracketed-paste off\n"
 SIP = b"\nSIP settings\n\nsip.transport=udp\n"
 
 
@@ -66,12 +64,6 @@ def fixture_servers():
         assert os.access(program, os.X_OK), program
 
 
-def missing_libraries():
-    """The servers' libraries that this machine does not have."""
-    unpacked = UNPACKED.glob("usr/lib/*/lib*.so.*")
-    return [path for path in unpacked if not Path("/", path.relative_to(UNPACKED)).exists()]
-
-
 # An init insists on being the first process, also as /proc has it.
 UNSHARE = ("/usr/bin/unshare", "--pid", "--fork", "--kill-child", "--mount-proc")
 INIT = ("/usr/bin/env", "-i", *UNSHARE, "/sbin/init")
@@ -92,9 +84,6 @@ class UserSandbox:
         bound += [("--ro-bind", name, name) for name in folders if not os.path.islink(name)]
         bound += [("--ro-bind", str(path), name) for name, path in PROGRAMS.items()]
         bound.append(("--ro-bind", str(UNPACKED / "usr/lib/openssh"), "/usr/lib/openssh"))
-        bound += [
-            ("--ro-bind", str(path), f"/opt/libraries/{path.name}") for path in missing_libraries()
-        ]
         user = str(self.uid)
         return [
             "bwrap",
@@ -134,7 +123,6 @@ class UserSandbox:
             "PATH=/sbin:/bin:/usr/sbin:/usr/bin",
             "HOME=/",
             "TERM=dumb",
-            "LD_LIBRARY_PATH=/opt/libraries",
             "sh",
             "/opt/gateway/boot",
             *command,
@@ -178,7 +166,6 @@ def expect_session(console):
 def fixture_line(device):
     """A device with a serial line that a command serves."""
     device.remove("/sbin")
-    device.write("/etc/inputrc", PLAIN_EDITING)
     device.write("/opt/serial_line", (SOURCE_DIR / "tests/serial_line").read_bytes())
 
     def serve(*command):
@@ -259,7 +246,6 @@ def test_busybox_telnetd_from_inittab(device):
     device.remove("/sbin")
     for name in ("/sbin/init", "/bin/busybox"):
         use_program(device, name, "/usr/sbin/busybox")
-    device.write("/etc/inputrc", PLAIN_EDITING)
     device.write("/etc/inittab", recipe("/etc/inittab", "telnetd").encode())
     server = f"setsid {' '.join(INIT)} </dev/null >/dev/null 2>&1 &\n"
     client = "exec inetutils-telnet 127.0.0.1 23"

@@ -33,6 +33,13 @@ NOT_FOR_READERS = {
     " (",
     ")\n",
     ": ",
+    "enable-bracketed-paste",
+    "editing-mode",
+    "emacs",
+    "off",  # variables of the line editor
+    "\\e[200~",
+    "\\e[201~",
+    "~",  # what it is told to make nothing of
 }
 EMPTY = {"", "\n", "\n\n", " "}
 

@@ -4,6 +4,9 @@ What must happen:
 
     stays     nothing ends; what is typed or awaited is as it was
     a key     it is a key like any other, part of what is typed
+    asks anew the login begins again with the user name; no attempt is used up
+    drops it  what is typed is dropped, and a fresh prompt stands on a new line
+    calls off the transfer has failed before anything was run, and the prompt is back
     stops     the session stops; in the foreground again it goes on where it was
     ends it   the program that runs ends and the session goes on
     waits     the session waits for the program that runs, then it ends with status 0
@@ -30,39 +33,39 @@ from gateway_processes import Sandbox, running
 # The session stands behind other programs on the terminal, as it does on the development gateway
 # or when a shell runs it. Ctrl-Z is pressed where a shell with job control runs it.
 BEHIND_OTHERS = r"""
-                    Ctrl-C    Ctrl-\    Ctrl-Z   SIGTERM  SIGHUP  terminal closed
-user name           stays     stays     stops    1        1       1
-password            a key     a key     a key    1        1       1
-prompt              stays     stays     stops    0        0       0
-backup server       stays     stays     stops    0        0       0
-backup port         stays     stays     stops    0        0       0
-backup path         stays     stays     stops    0        0       0
-backup user name    stays     stays     stops    0        0       0
-backup password     a key     a key     a key    0        0       0
-get                 ends it   ends it   stops    waits    waits   hangs up
-save                ends it   ends it   stops    waits    waits   hangs up
-deaf save           ends it   ends it   stops    waits    waits   waits
-show                ends it   ends it   stops    waits    waits   hangs up
-transfer            ends it   ends it   stops    waits    waits   hangs up
+                    Ctrl-C     Ctrl-\    Ctrl-Z   SIGTERM  SIGHUP  terminal closed
+user name           asks anew  stays     stops    1        1       1
+password            a key      a key     a key    1        1       1
+prompt              drops it   stays     stops    0        0       0
+backup server       calls off  stays     stops    0        0       0
+backup port         calls off  stays     stops    0        0       0
+backup path         calls off  stays     stops    0        0       0
+backup user name    calls off  stays     stops    0        0       0
+backup password     a key      a key     a key    0        0       0
+get                 ends it    ends it   stops    waits    waits   hangs up
+save                ends it    ends it   stops    waits    waits   hangs up
+deaf save           ends it    ends it   stops    waits    waits   waits
+show                ends it    ends it   stops    waits    waits   hangs up
+transfer            ends it    ends it   stops    waits    waits   hangs up
 """
 
 # The session is the first on its terminal, as at a device's console, and hands a hang-up on. Nobody
 # is there who could bring it back to the foreground, so Ctrl-Z stops nothing.
 FIRST_ON_TERMINAL = r"""
-                    Ctrl-C    Ctrl-\    Ctrl-Z   SIGTERM  SIGHUP    terminal closed
-user name           stays     stays     stays    1        1         1
-password            a key     a key     a key    1        1         1
-prompt              stays     stays     stays    0        0         0
-backup server       stays     stays     stays    0        0         0
-backup port         stays     stays     stays    0        0         0
-backup path         stays     stays     stays    0        0         0
-backup user name    stays     stays     stays    0        0         0
-backup password     a key     a key     a key    0        0         0
-get                 ends it   ends it   stays    waits    hangs up  hangs up
-save                ends it   ends it   stays    waits    hangs up  hangs up
-deaf save           ends it   ends it   stays    waits    waits     waits
-show                ends it   ends it   stays    waits    hangs up  hangs up
-transfer            ends it   ends it   stays    waits    hangs up  hangs up
+                    Ctrl-C     Ctrl-\    Ctrl-Z   SIGTERM  SIGHUP    terminal closed
+user name           asks anew  stays     stays    1        1         1
+password            a key      a key     a key    1        1         1
+prompt              drops it   stays     stays    0        0         0
+backup server       calls off  stays     stays    0        0         0
+backup port         calls off  stays     stays    0        0         0
+backup path         calls off  stays     stays    0        0         0
+backup user name    calls off  stays     stays    0        0         0
+backup password     a key      a key     a key    0        0         0
+get                 ends it    ends it   stays    waits    hangs up  hangs up
+save                ends it    ends it   stays    waits    hangs up  hangs up
+deaf save           ends it    ends it   stays    waits    waits     waits
+show                ends it    ends it   stays    waits    hangs up  hangs up
+transfer            ends it    ends it   stays    waits    hangs up  hangs up
 """
 
 KEYS = {"Ctrl-C": b"\x03", "Ctrl-\\": b"\x1c", "Ctrl-Z": b"\x1a"}
@@ -109,9 +112,7 @@ note " ended"
 """
 # Where a program runs that can be held.
 WHILE_RUNNING = ("get", "save", "deaf save", "transfer")
-# Where the settings are saved, or would be by what is typed.
-SAVING = ("prompt", "save", "deaf save")
-GOING_ON = ("stays", "a key", "stops", "ends it")
+GOING_ON = ("stays", "a key", "asks anew", "drops it", "calls off", "stops", "ends it")
 
 
 def entries(table):
@@ -175,6 +176,8 @@ class Scene:
         next(self.steps, None)
 
     def journal(self):
+        if not self.device.exists("/record/journal"):
+            return []
         return self.device.read("/record/journal").decode().splitlines()
 
     def hold(self, name):
@@ -372,6 +375,31 @@ def a_key(scene):
     expect_session_goes_on(scene)
 
 
+def asks_anew(scene):
+    scene.console.read_until(b"\nUsername: ")
+    # It can be pressed any number of times.
+    for _ in range(3):
+        scene.console.type(KEYS["Ctrl-C"])
+        scene.console.read_until(b"^C\nUsername: ")
+    scene.console.type(USER)
+    if scene.state == "password":
+        scene.console.exchange(b"", b"Password: ", echo=USER)
+        scene.console.type(PASSWORD)
+    scene.go_on()
+    assert REFUSAL not in scene.console.screen
+    expect_session_goes_on(scene)
+
+
+def drops_it(scene):
+    scene.console.read_until(b"^C\n" + PROMPT)
+    expect_session_goes_on(scene)
+
+
+def calls_off(scene):
+    scene.console.read_until(b"\nConfiguration backup failed!\n" + PROMPT)
+    expect_session_goes_on(scene)
+
+
 def stops(scene):
     scene.console.read_until(b"Stopped")
     scene.console.read_until(JOB_CONTROL_PROMPT)
@@ -412,6 +440,9 @@ def ends_with(status):
 OUTCOMES = {
     "stays": (stays, "ended"),
     "a key": (a_key, "ended"),
+    "asks anew": (asks_anew, "ended"),
+    "drops it": (drops_it, "never begun"),
+    "calls off": (calls_off, "never begun"),
     "stops": (stops, "ended"),
     "ends it": (ends_it, "killed"),
     "waits": (waits, "ended"),
@@ -443,9 +474,8 @@ def expect_end(scene, status):
 
 
 def expect_session_goes_on(scene):
-    assert scene.console.command(b"save") == (
-        b"ERROR: Nothing to save\n" if scene.state in SAVING else b""
-    )
+    saved_already = "putconf.cgi" in scene.journal()
+    assert scene.console.command(b"save") == (b"ERROR: Nothing to save\n" if saved_already else b"")
     assert scene.device.read(SAVE_FILE) == b"VERSION=2.1.4\na=1\n"
     scene.console.enter(b"exit")
     expect_end(scene, 0)
@@ -456,7 +486,7 @@ def expected_journal(state, outcome, fate):
     journal = []
     if program and fate != "never begun":
         journal += [program] if fate == "killed" else [program, f"{program} {fate}"]
-    if outcome in GOING_ON and state not in SAVING:
+    if outcome in GOING_ON and "putconf.cgi" not in journal:
         journal += ["putconf.cgi", "putconf.cgi ended"]
     return journal + ["logout.cgi", "logout.cgi ended"]
 

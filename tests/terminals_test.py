@@ -212,15 +212,31 @@ def test_pasted_10000_lines_are_all_handled(device, term):
     assert saved(device, console) == b"".join(b"s%d=1\n" % number for number in range(9900, 10_000))
 
 
-# A terminal that says what is pasted has it taken as one line, in which line feeds are characters.
-def test_pasted_10000_lines_in_brackets_are_one_line(device):
-    console = device.console(environment=environment("xterm"))
+SETTINGS = [b"part.%02d=value-%d" % (number, number) for number in range(100)]
+
+
+# The start-up file cannot have it otherwise, and of a terminal that marks what is pasted all the same
+# the marks are ignored.
+@pytest.mark.parametrize("speed", [960, None], ids=["9600", "full speed"])
+@pytest.mark.parametrize("marked", [False, True], ids=["", "marked"])
+@pytest.mark.parametrize("term", ["xterm", "vt100", "linux"])
+def test_pasted_settings_are_saved_whole(device, term, marked, speed):
+    device.write("/.inputrc", b"set enable-bracketed-paste on\n")
+    console = device.console(environment=environment(term), window=(24, 80))
     log_in(console)
-    lines = b"".join(b"s%d=1\r" % number for number in range(10_000))
-    console.paste(PASTE_START + b"b=1 " + lines + PASTE_END, PASTE_PATIENCE)
-    console.enter(b"")
-    console.enter(b"a=1")
-    assert saved(device, console) == b"b=1\na=1\n"
+    lines = b"\r".join(SETTINGS) + b"\r"
+    console.paste(PASTE_START + lines + PASTE_END if marked else lines, PASTE_PATIENCE, speed)
+    assert saved(device, console) == b"\n".join(SETTINGS) + b"\n"
+    console.enter(b"exit")
+    assert console.end()[0] == 0
+    assert b"\x1b[?2004" not in console.screen
+
+
+def test_pasted_line_feeds_end_lines(device):
+    console = device.console(environment=environment("xterm"))
+    console.log_in()
+    console.paste(b"\n".join(SETTINGS) + b"\n", PASTE_PATIENCE)
+    assert saved(device, console) == b"\n".join(SETTINGS) + b"\n"
 
 
 @pytest.mark.skipif(END_SESSIONS, reason="the sanitizers and valgrind take more of the stack")

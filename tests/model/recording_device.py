@@ -32,7 +32,6 @@ INPUTRC = b"""set disable-completion on
 set convert-meta off
 set input-meta on
 set output-meta on
-set enable-bracketed-paste off
 """
 SURROUNDINGS = {"PATH", "HOME", "SHELL", "TERM", "INPUTRC", "COLUMNS", "LINES", "PWD", "LD_PRELOAD"}
 

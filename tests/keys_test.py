@@ -1,0 +1,36 @@
+"""Keys that once ended or hung the session, and random ones. scripts/fuzz_keys looks for more."""
+
+import pytest
+
+from keys import fault, report, search
+
+SECONDS = 20  # far more than it takes when nothing prevents what these keys do
+
+# What is wrong with the editor, the keys that show it, and where they do.
+KNOWN = {
+    "undo list of a line of the history": (
+        [b"m\x0fl\r\x10", b"d\x0f", b"\x1bn\x07", b"n\x10\x10\x0f", b"\x0ee\x0f"],
+    ),
+    "undo list of a line searched for in vi mode": (
+        [b"x\r", b"\x1b\r", b"\x1b", b"\x10", b"?c\0a\x1b", b"3j", b"\x10", b"\x03", b"\r"],
+    ),
+    "word of vi mode that has no end": (
+        [b"\x1b\r", b"s\xe8\xb5\xb4\xaa", b"\x1b", b"0W"],
+        "vt100",
+        "C.UTF-8",
+    ),
+    "window of two columns": ([(24, 2), b"abcdefghij", b"\x01"], "dumb"),
+    "window that becomes narrow": ([b"abcdefghij", (1, 1), (1, 2), b"\x01"], "dumb"),
+}
+
+
+@pytest.mark.parametrize("session", KNOWN.values(), ids=KNOWN)
+def test_keys_do_not_end_the_session(device, session):
+    assert not fault(device, *session)
+
+
+def test_random_keys_do_not_end_the_session(device):
+    sessions, steps, found = search(device, SECONDS, "brief")
+    report(sessions, steps, found)
+    assert sessions > 0
+    assert not found
