@@ -1,5 +1,7 @@
 """Gives every test a device of its own and shows what happened at its consoles when it fails."""
 
+import os
+import re
 import tempfile
 from pathlib import Path
 
@@ -12,9 +14,21 @@ from machine import MACHINE_ONLY, NOT_ON_TARGET, MachineDevice, MachineRoom
 GATEWAYS = {"bare_device", "device", "gateway", "sandbox"}
 
 
+# What takes longest, first; several processes then end at about the same time.
+LONG = ("model", "package", "soak", "injection", "login_ways", "secrets", "signals")
+# The tests of these files share what is costly to make, and so a process.
+TOGETHER = {"package_test.py", "login_ways_test.py"}
+
+
+@pytest.hookimpl(tryfirst=True)  # xdist looks at the marks in its own
 def pytest_collection_modifyitems(items):
-    """Skips what cannot run on the device that the tests are for, with the reason."""
+    """Puts the tests in order, and skips what cannot run on the device that they are for, with the
+    reason."""
+    ranks = {f"{name}_test.py": rank for rank, name in enumerate(LONG)}
+    items.sort(key=lambda item: ranks.get(item.path.name, len(ranks)))
     for item in items:
+        if item.path.name in TOGETHER:
+            item.add_marker(pytest.mark.xdist_group(item.path.name))
         file = item.path.name
         reason = None
         if file in MACHINE_ONLY:
@@ -68,6 +82,20 @@ def pytest_runtest_makereport(item, call):
     device = getattr(item, "funcargs", {}).get("device")
     if report.failed and call.when == "call" and device is not None:
         report.sections.extend(device.transcripts())
+
+
+def pytest_runtest_logreport(report):
+    """Leaves what is known of a failure in a file of the folder that TESSEL_TRANSCRIPTS names."""
+    folder = os.environ.get("TESSEL_TRANSCRIPTS")
+    # With several processes each report comes to the one that speaks for all, too.
+    if not (report.failed and folder) or "PYTEST_XDIST_WORKER" in os.environ:
+        return
+    # xdist appends the group.
+    name = re.sub(r"@\w+\.py$", "", report.nodeid.rpartition("/")[2])
+    name = re.sub(r"[^\w.-]+", "_", name)[:120]
+    texts = [report.longreprtext, *(f"--- {title} ---\n{text}" for title, text in report.sections)]
+    Path(folder).mkdir(parents=True, exist_ok=True)
+    Path(folder, f"{name}.txt").write_text("\n".join(texts) + "\n", encoding="utf-8")
 
 
 def pytest_terminal_summary(terminalreporter):

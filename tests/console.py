@@ -5,6 +5,8 @@ programs into its /bin and then open a Console, which is a pseudo-terminal that 
 or hand a whole session to the shell through a pipe. Everything seen and typed is bytes.
 """
 
+import atexit
+import functools
 import io
 import os
 import select
@@ -75,6 +77,16 @@ def _as_found():
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)
 
 
+@functools.cache
+def _factory_root():
+    """The root folder of a device with factory settings; making one takes longer than copying it."""
+    folder = tempfile.mkdtemp(prefix="tessel-factory-")
+    atexit.register(shutil.rmtree, folder)
+    root = Path(folder) / "root"
+    programs.run(["/bin/sh", MAKE_ROOT, root], check=True, timeout=PATIENCE)
+    return root
+
+
 class Device:
     """The root folder of a device, with its files, and the programs that it runs."""
 
@@ -83,7 +95,7 @@ class Device:
         self._consoles = []
         self._runs = []
         self._serves_ftp = False
-        programs.run(["/bin/sh", MAKE_ROOT, self.root], check=True, timeout=PATIENCE)
+        shutil.copytree(_factory_root(), self.root, symlinks=True)
         self.path("/record").mkdir()
 
     def path(self, name):
@@ -234,10 +246,12 @@ class Device:
         for console in self._consoles:
             console.close()
         errors = self.memory_errors()
-        # Tests take rights away from folders. The last process of a console may still be at work.
-        programs.run(["chmod", "-R", "u+rwX", self.root], check=False, stderr=programs.DEVNULL)
-        for _ in range(10):
-            shutil.rmtree(self.root, ignore_errors=True)
+        shutil.rmtree(self.root, ignore_errors=True)
+        if self.root.exists():
+            # Tests take rights away from folders. The last process of a console may still be at work.
+            programs.run(["chmod", "-R", "u+rwX", self.root], check=False, stderr=programs.DEVNULL)
+            for _ in range(10):
+                shutil.rmtree(self.root, ignore_errors=True)
         assert not self.root.exists(), f"{self.root} cannot be removed"
         assert not errors, errors
 

@@ -134,6 +134,107 @@ def test_every_command_explains_itself_and_starts_nothing(name, option, tmp_path
     assert re.search(rf"^usage: \S*{Path(name).name}\b", done.stdout, re.MULTILINE)
 
 
+# The stages of ./check
+
+STAGE = SOURCE_DIR / "scripts/stage"
+SOME_TESTS = """
+import pytest
+
+@pytest.mark.parametrize("letter", "ab")
+def test_letter(letter):
+    assert letter == "a"
+
+def test_device(device):
+    assert device.console().read_until(b"Username: ") == b"?"
+
+@pytest.mark.skip
+def test_later():
+    pass
+"""
+
+
+def run_stage(folder, *command, title="[1/2] some tests", **options):
+    return programs.run(
+        [STAGE, title, folder / "1-some.log", *command],
+        stdout=programs.PIPE,
+        stderr=programs.STDOUT,
+        text=True,
+        timeout=PATIENCE,
+        **options,
+    )
+
+
+def test_stage_tells_of_every_failure_what_happened_and_how_to_run_it_again(tmp_path):
+    (tmp_path / "some_test.py").write_text(SOME_TESTS)
+    pytest_words = [sys.executable, "-m", "pytest", "-q", "-c", TESTS / "pytest.ini", "-p", "conftest"]
+    # It is nobody's worker.
+    alone = {name: value for name, value in ENVIRONMENT.items() if "XDIST" not in name}
+    done = run_stage(
+        tmp_path,
+        *pytest_words,
+        f"--confcutdir={tmp_path}",
+        "--junitxml={results}",
+        tmp_path,
+        env={**alone, "PYTHONPATH": TESTS, "TESSEL_TRANSCRIPTS": tmp_path / "failures"},
+    )
+    assert done.returncode == 1
+    first, counts, *failures = done.stdout.splitlines()
+    assert first == "[1/2] some tests"
+    assert re.fullmatch(r" +1 passed, 2 failed, 1 skipped in \d:\d\d", counts)
+    named = [line for line in failures if line.startswith("FAILED")]
+    assert named == ["FAILED some_test.py::test_letter[b]", "FAILED some_test.py::test_device"]
+    assert re.findall(r"once more: +(.*)", done.stdout) == [
+        "./check test_letter",
+        "./check test_device",
+    ]
+    for transcript in re.findall(r"what happened: (.*)", done.stdout):
+        assert "AssertionError" in Path(transcript).read_text()
+    assert "--- whole console ---\nPlease, login as" in Path(transcript).read_text()
+    told = programs.run([STAGE, "--summary", tmp_path, "83"], capture_output=True, text=True).stdout
+    assert [line for line in told.splitlines() if line.startswith("FAILED")] == named
+    assert told.endswith(
+        f"1 passed, 2 failed, 1 skipped, in 1:23. The logs are in {tmp_path}.\n"
+    )
+
+
+def test_stage_shows_the_end_of_what_a_failed_build_has_said(tmp_path):
+    done = run_stage(tmp_path, "sh", "-c", "seq 1000; exit 3")
+    assert done.returncode == 3
+    lines = done.stdout.splitlines()
+    assert lines[0] == "[1/2] some tests"
+    assert re.fullmatch(r" +failed in \d:\d\d", lines[1])
+    assert lines[2:-1] == [str(number) for number in range(971, 1001)]
+    assert lines[-1] == f"All of it is in {tmp_path}/1-some.log."
+    assert (tmp_path / "1-some.log").read_text().count("\n") == 1000
+
+
+@pytest.mark.parametrize(
+    "said, shown",
+    [
+        ("[12/345] Building CXX object", "12 of 345"),
+        ("  3/14 Test #7: build.plain ...   Passed", "3 of 14"),
+        (" 3/14 Test #7: build.plain ...***Failed", "3 of 14, 1 failed"),
+        ("..F.sE..  [ 45%]", "45 %, 2 failed"),
+    ],
+)
+def test_stage_moves_at_a_terminal(tmp_path, said, shown):
+    words = ["[2/6] build", str(tmp_path / "2-build.log"), "sh", "-c", f"echo '{said}'; exec sleep 1000"]
+    stage = programs.on_terminal(str(STAGE), words, timeout=PATIENCE, encoding="utf-8")
+    stage.expect(r"\[2/6\] build  0:0\d  ")
+    stage.expect_exact(shown)
+    # Ctrl-C ends all of it.
+    stage.sendintr()
+    stage.expect(pexpect.EOF)
+    stage.close()
+    assert stage.exitstatus == 130
+
+
+def test_stage_keeps_its_command_from_the_terminal(tmp_path):
+    script = "! sh -c 'echo intruder >/dev/tty' && ! read -r line"
+    status, seen = at_terminal(STAGE, "a stage", tmp_path / "log", "sh", "-c", script)
+    assert (status, "intruder" in seen, "done in" in seen) == (0, False, True)
+
+
 # A clone, its users and its places
 
 
@@ -218,6 +319,20 @@ def test_root_does_not_make_the_first_build_in_a_users_clone(clone):
     assert done.returncode == 1
     assert done.stderr.startswith("This clone belongs to alice: start this without sudo")
     assert clone.files() == before
+
+
+def test_a_second_check_is_refused(clone):
+    (clone.folder / "build/check").mkdir()
+    with programs.start(
+        ["flock", clone.folder / "build/check.lock", "cat"], stdin=programs.PIPE, stdout=programs.PIPE
+    ) as first:
+        first.stdin.write(b"held\n")
+        first.stdin.flush()
+        assert first.stdout.readline() == b"held\n"
+        done = clone.run("check", text=True)
+        first.stdin.close()
+    assert (done.returncode, done.stdout) == (1, "")
+    assert done.stderr == "check: another ./check is at work in build/check; wait for it or stop it.\n"
 
 
 def test_what_was_built_in_another_place_is_built_anew(clone):

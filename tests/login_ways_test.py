@@ -64,6 +64,12 @@ def fixture_servers():
         assert os.access(program, os.X_OK), program
 
 
+def missing_libraries():
+    """The servers' libraries that this machine does not have."""
+    unpacked = UNPACKED.glob("usr/lib/*/lib*.so.*")
+    return [path for path in unpacked if not Path("/", path.relative_to(UNPACKED)).exists()]
+
+
 # An init insists on being the first process, also as /proc has it.
 UNSHARE = ("/usr/bin/unshare", "--pid", "--fork", "--kill-child", "--mount-proc")
 INIT = ("/usr/bin/env", "-i", *UNSHARE, "/sbin/init")
@@ -84,6 +90,9 @@ class UserSandbox:
         bound += [("--ro-bind", name, name) for name in folders if not os.path.islink(name)]
         bound += [("--ro-bind", str(path), name) for name, path in PROGRAMS.items()]
         bound.append(("--ro-bind", str(UNPACKED / "usr/lib/openssh"), "/usr/lib/openssh"))
+        bound += [
+            ("--ro-bind", str(path), f"/opt/libraries/{path.name}") for path in missing_libraries()
+        ]
         user = str(self.uid)
         return [
             "bwrap",
@@ -123,6 +132,7 @@ class UserSandbox:
             "PATH=/sbin:/bin:/usr/sbin:/usr/bin",
             "HOME=/",
             "TERM=dumb",
+            "LD_LIBRARY_PATH=/opt/libraries",
             "sh",
             "/opt/gateway/boot",
             *command,

@@ -330,6 +330,40 @@ def test_terminal_is_the_serial_line_for_a_person(machine_room, tmp_path):
     assert machine.exitstatus == 0
 
 
+def test_session_is_played_on_the_serial_line(machine_room, tmp_path):
+    machine_room.close()
+
+    def play(*lines, options=()):
+        done = programs.run(
+            [START.parent / "play", *options, IMAGE, tmp_path],
+            input=b"".join(line + b"\n" for line in lines),
+            capture_output=True,
+            timeout=PATIENCE,
+        )
+        assert done.stderr == b"The device boots.\n"
+        return done.returncode, done.stdout
+
+    login = (USER, PASSWORD)
+    seen = b"\n" + GREETING + b"Username: admin\nPassword: \n\n" + PROMPT
+    saved = b"sip.local_port=5071\n" + PROMPT + b"save\n1 setting saved\n" + PROMPT + b"exit\n"
+    assert play(*login, b"sip.local_port=5071", b"save", b"exit") == (0, seen + saved)
+    # Settings outlive the machine, and the session ends with the file.
+    status, shown = play(*login, b"get sip")
+    assert (status, b"\nsip.local_port=5071\n" in shown) == (0, True)
+    status, shown = play(*login, b"get sip", options=["--fresh"])
+    assert (status, b"\nsip.local_port=5060\n" in shown) == (0, True)
+    assert play(*(USER, b"wrong") * 3)[0] == 1
+
+
+def test_person_sees_the_device_boot(machine_room, tmp_path):
+    machine_room.close()
+    words = [str(IMAGE), str(tmp_path)]
+    terminal = programs.on_terminal(str(START), words, env=ENVIRONMENT, timeout=PATIENCE)
+    terminal.expect_exact(b"Linux version")
+    terminal.expect_exact(b"Username: ")
+    terminal.close()
+
+
 def test_memory_at_the_prompt(machine, line, record_property):
     """Tells the figures, and holds them to bounds that only a blunder exceeds."""
     process = f"/proc/{shell_of(machine)}"
