@@ -56,9 +56,7 @@ int transfer(const std::string& file_name, Direction direction) {
         return -1;
     }
     const int status = end_requested() ? -1 : run_command(command_line);
-    const std::size_t length = command_line.size();
     wipe(command_line);
-    wipe_leftovers(length);
     return status;
 }
 

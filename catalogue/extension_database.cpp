@@ -28,7 +28,7 @@ bool lists_extension(Configuration::MultiSectionFile& database, const char* kind
     const SmartBuffer key;
     const SmartBuffer value;
     database.RestartSection();
-    while (database.GotoSecNextEntryWith(name.c_str()) != 0) {
+    while (database.GotoSecNextEntry() != 0) {
         database.GetSecCurrentEntry(key.data, key.size, value.data, value.size);
         if (name == value.data) {
             return true;

@@ -7,10 +7,8 @@
 namespace {
 
 constexpr const char* CLIENT_COMMAND = "/bin/fcgiclient";
-constexpr std::size_t BUFFER_SIZE = 256;   // bytes
-constexpr int READ_LIMIT = 255;            // what fgets is allowed of it
-constexpr std::size_t PIPE_SIZE = 65536;   // bytes: the most that waits in a pipe
-constexpr std::size_t BLOCK_SIZE = 65536;  // bytes
+constexpr std::size_t BUFFER_SIZE = 256;  // bytes
+constexpr int READ_LIMIT = 255;           // what fgets is allowed of it
 
 struct PipeCloser {
     void operator()(std::FILE* pipe) const { pclose(pipe); }
@@ -49,10 +47,8 @@ class CgiRequest {
 int run_cgi_program(const std::string& cgi_name, const char* query, CgiConsumer consumer) {
     const CgiRequest request(cgi_name, query);
     {
-        std::array<char, PIPE_SIZE> pipe_buffer;  // outlives the stream
         const std::unique_ptr<std::FILE, PipeCloser> client(popen(CLIENT_COMMAND, "r"));
         if (client) {
-            std::setvbuf(client.get(), pipe_buffer.data(), _IOFBF, pipe_buffer.size());
             consumer(client.get());
         }
     }
@@ -67,14 +63,11 @@ void drain(std::FILE* output) {
     }
 }
 
-CgiAnswer collect(std::FILE* output) {
-    CgiAnswer answer;
+std::string collect(std::FILE* output) {
+    std::string answer;
     std::array<char, BUFFER_SIZE> buffer{};
     while (std::fgets(buffer.data(), READ_LIMIT, output) != nullptr) {
-        if (answer.empty() || answer.back().size() + BUFFER_SIZE > BLOCK_SIZE) {
-            answer.emplace_back().reserve(BLOCK_SIZE);
-        }
-        answer.back() += buffer.data();
+        answer += buffer.data();
     }
     return answer;
 }

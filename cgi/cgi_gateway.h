@@ -4,7 +4,6 @@
 // from the environment and writes the program's answer to its standard output.
 
 #include <cstdio>
-#include <list>
 #include <string>
 
 /// What is done with the client's output once the client has been started.
@@ -26,9 +25,5 @@ void close_at_once(std::FILE* output);
 /// Reads the output to its end and throws it away.
 void drain(std::FILE* output);
 
-/// A client's output as a row of blocks, cut wherever they are full: a long answer is not moved
-/// about in memory while it grows, and what is done to it is done where it is still in the cache.
-using CgiAnswer = std::list<std::string>;
-
 /// Reads the output to its end and returns it.
-CgiAnswer collect(std::FILE* output);
+std::string collect(std::FILE* output);

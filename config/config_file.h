@@ -20,6 +20,6 @@ class ConfigFile {
     [[nodiscard]] std::string GetEntry(const char* key) const;
 
   private:
-    config_text::FileText text_;
+    std::string text_;
     config_text::EntrySyntax syntax_;
 };

@@ -13,8 +13,6 @@
 // dropped; double quotes stay. An opening mark may also stand alone on the next non-empty line. A
 // section that is still open when the next one starts, or at the end of the file, ends there.
 
-#include <cstddef>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -47,19 +45,9 @@ struct Section {
     std::string_view body;
 };
 
-/// A file's bytes. What the other functions return points into them.
-struct FileText {
-    std::unique_ptr<char[]> bytes;
-    std::size_t size = 0;
-    [[nodiscard]] std::string_view view() const { return {bytes.get(), size}; }
-};
-
 /// Reads a regular file whole. Returns 0, or the errno that tells why it could not be read (then
 /// text is empty). Anything but a regular file is refused: a pipe or a device might never end.
-int read_file(const char* path, FileText& text);
-
-/// Where part stands in text at or behind from, or npos.
-std::size_t find_text(std::string_view text, std::string_view part, std::size_t from);
+int read_file(const char* path, std::string& text);
 
 /// Cuts the next line off the front of rest, without its end character.
 std::string_view take_line(std::string_view& rest, char end);
@@ -86,18 +74,11 @@ class SectionCursor {
     bool next(Section& section);
 
   private:
-    void find_opening();
-    [[nodiscard]] std::string_view up_to_closing(std::string_view text) const;
+    std::string_view take_body();
 
     std::string_view rest_;
     const SectionSyntax* sections_;
     char comment_;
-    bool started_ = false;
-    // The next section's opening, found ahead.
-    std::string_view before_opening_;
-    std::string_view behind_opening_;
-    std::string_view header_;
-    bool at_end_ = false;
 };
 
 }  // namespace config_text

@@ -358,13 +358,6 @@ TEST(ConfigTextSection, ReadingTimeGrowsLinearlyWithTheFile) {
     }
 }
 
-config_text::FileText old_text() {
-    config_text::FileText text;
-    text.bytes.reset(new char[3]{'o', 'l', 'd'});
-    text.size = 3;
-    return text;
-}
-
 TEST(ConfigTextFile, IsReadWholeWhateverItsSizeAndBytes) {
     const TemporaryFolder folder;
     for (const std::size_t size : {0U, 1U, 65535U, 65536U, 65537U, 1'000'000U}) {
@@ -372,17 +365,17 @@ TEST(ConfigTextFile, IsReadWholeWhateverItsSizeAndBytes) {
         for (std::size_t i = 0; i < size; ++i) {
             expected[i] = static_cast<char>(i * 7 % 256);
         }
-        config_text::FileText text = old_text();
+        std::string text = "old";
         EXPECT_EQ(config_text::read_file(folder.write("file", expected).c_str(), text), 0);
-        EXPECT_TRUE(text.view() == expected) << size << " bytes";
+        EXPECT_TRUE(text == expected) << size << " bytes";
     }
 }
 
 TEST(ConfigTextFile, ThatClaimsToBeEmptyIsReadToItsEnd) {
-    config_text::FileText text;
+    std::string text;
     EXPECT_EQ(config_text::read_file("/proc/self/status", text), 0);
-    EXPECT_EQ(text.view().substr(0, 5), "Name:");
-    EXPECT_EQ(text.view().back(), '\n');
+    EXPECT_EQ(text.substr(0, 5), "Name:");
+    EXPECT_EQ(text.back(), '\n');
 }
 
 TEST(ConfigTextFile, ThatCannotBeReadGivesTheReasonAndNoText) {
@@ -398,16 +391,10 @@ TEST(ConfigTextFile, ThatCannotBeReadGivesTheReasonAndNoText) {
         {"", ENOENT},
     };
     for (const auto& [path, error] : paths) {
-        config_text::FileText text = old_text();
+        std::string text = "old";
         EXPECT_EQ(config_text::read_file(path.c_str(), text), error) << path;
-        EXPECT_EQ(text.view(), "") << path;
+        EXPECT_EQ(text, "") << path;
     }
-}
-
-TEST(ConfigTextSearch, FindsNothingInAnEmptyText) {
-    EXPECT_EQ(config_text::find_text({}, "", 0), std::string_view::npos);
-    EXPECT_EQ(config_text::find_text({}, "a", 0), std::string_view::npos);
-    EXPECT_EQ(config_text::find_text("a", "", 1), 1U);
 }
 
 }  // namespace

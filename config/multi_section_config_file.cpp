@@ -15,7 +15,7 @@ void MultiSectionConfigFile::ChangeSectionSyntax(const char* keyword, const char
 }
 
 void MultiSectionConfigFile::Restart() {
-    cursor_ = config_text::SectionCursor(text_.view(), sections_, syntax_.comment);
+    cursor_ = config_text::SectionCursor(text_, sections_, syntax_.comment);
     current_ = {};
 }
 

@@ -34,7 +34,7 @@ class MultiSectionConfigFile {
     [[nodiscard]] std::string GetSectionEntry(const char* key) const;
 
   private:
-    config_text::FileText text_;
+    std::string text_;
     config_text::EntrySyntax syntax_;
     config_text::SectionSyntax sections_;
     config_text::SectionCursor cursor_;

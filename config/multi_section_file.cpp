@@ -27,7 +27,7 @@ MultiSectionFile::MultiSectionFile(const char* path, bool /*unused*/, bool /*unu
         throw UnreadableFile(path, error);
     }
     const config_text::SectionSyntax syntax(keyword, opening_mark, closing_mark);
-    config_text::SectionCursor cursor(text_.view(), syntax, entries_.comment);
+    config_text::SectionCursor cursor(text_, syntax, entries_.comment);
     config_text::Section section;
     while (cursor.next(section)) {
         sections_.push_back(section);
@@ -36,7 +36,7 @@ MultiSectionFile::MultiSectionFile(const char* path, bool /*unused*/, bool /*unu
 
 // The text may hold a password.
 MultiSectionFile::~MultiSectionFile() {
-    explicit_bzero(text_.bytes.get(), text_.size);
+    explicit_bzero(text_.data(), text_.size());
 }
 
 void MultiSectionFile::Restart() {
@@ -63,23 +63,6 @@ void MultiSectionFile::RestartSection() {
 
 int MultiSectionFile::GotoSecNextEntry() {
     return config_text::next_entry(rest_, entries_, entry_) ? 1 : 0;
-}
-
-int MultiSectionFile::GotoSecNextEntryWith(const char* text) {
-    while (!rest_.empty()) {
-        const std::size_t position = config_text::find_text(rest_, text, 0);
-        if (position == std::string_view::npos) {
-            break;
-        }
-        rest_.remove_prefix(rest_.rfind(entries_.end, position) + 1);  // npos + 1 is 0
-        const std::string_view line =
-            config_text::strip(config_text::take_line(rest_, entries_.end), entries_.comment);
-        if (config_text::split_entry(line, entries_.assignment, entry_)) {
-            return 1;
-        }
-    }
-    rest_ = {};
-    return 0;
 }
 
 int MultiSectionFile::GotoSecEntry(const char* key) {

@@ -38,10 +38,6 @@ class MultiSectionFile {
     /// 1 when the entry cursor now stands on a further entry, 0 at the section's end.
     int GotoSecNextEntry();
 
-    /// The same, passing over entries whose line does not hold the text. Much
-    /// faster than to look at every entry.
-    int GotoSecNextEntryWith(const char* text);
-
     /// 1 when the entry cursor now stands on the section's first entry of that key, else 0.
     int GotoSecEntry(const char* key);
 
@@ -50,7 +46,7 @@ class MultiSectionFile {
     void GetSecCurrentEntry(char* key, unsigned key_size, char* value, unsigned value_size) const;
 
   private:
-    config_text::FileText text_;
+    std::string text_;
     config_text::EntrySyntax entries_;
     std::vector<config_text::Section> sections_;
     config_text::Section current_;

@@ -209,30 +209,4 @@ TEST_F(MultiSectionFileTest, TextIsWipedBeforeItIsReleased) {
     EXPECT_EQ(freed.copies_of_secret(), 0);
 }
 
-TEST_F(MultiSectionFileTest, EntriesWhoseLineHoldsATextAreVisitedAndNoOthers) {
-    const TemporaryFolder folder;
-    const std::string path = folder.write("db",
-                                          "section a {\n1 = 20\n2 = 201\n201 = x\n201\n"
-                                          "# 3 = 201\n4 = y # 201\n  5 = 12012  \n6 = 2012\n}\n"
-                                          "section b {\n7 = 201\n}\n");
-    Configuration::MultiSectionFile file = open(path);
-    ASSERT_EQ(file.GotoSection("a"), 1);
-    std::string visited;
-    while (file.GotoSecNextEntryWith("201") != 0) {
-        const SmartBuffer key;
-        const SmartBuffer value;
-        file.GetSecCurrentEntry(key.data, key.size, value.data, value.size);
-        visited += std::string(key.data) + "=" + value.data + ";";
-    }
-    EXPECT_EQ(visited, "2=201;201=x;4=y;5=12012;6=2012;");
-    EXPECT_EQ(file.GotoSecNextEntryWith("20"), 0);
-    file.RestartSection();
-    EXPECT_EQ(file.GotoSecNextEntryWith("nowhere"), 0);
-    EXPECT_EQ(file.GotoSecNextEntry(), 0);
-    file.RestartSection();
-    EXPECT_EQ(file.GotoSecNextEntryWith("20"), 1);
-    file.Restart();
-    EXPECT_EQ(file.GotoSecNextEntryWith("201"), 0);
-}
-
 }  // namespace

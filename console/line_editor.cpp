@@ -12,6 +12,7 @@
 #include <readline/readline.h>
 #include <readline/tilde.h>
 
+#include "console/getpass.h"
 #include "console/signals.h"
 #include "console/text.h"
 
@@ -134,7 +135,6 @@ bool session_is_over() {
 
 void prepare_streams() {
     input_is_terminal = isatty(STDIN_FILENO) != 0;
-    std::setvbuf(stdin, nullptr, _IONBF, 0);
     std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
 }
 
@@ -184,7 +184,6 @@ std::optional<std::string> read_answer(const char* prompt) {
 
 std::optional<Secret> read_password(const char* prompt) {
     std::fflush(stdout);
-    const InterruptibleReads interruptible;
     line_was_dropped = false;
     if (end_requested()) {
         return std::nullopt;

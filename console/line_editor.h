@@ -19,9 +19,8 @@ using LineBuffer = std::unique_ptr<char, FreeDeleter>;
 /// The shell's prompt, and how each question of a dialogue begins.
 constexpr const char* PROMPT = "tessel:> ";
 
-/// Prepares the standard streams: input unbuffered, because the editor and getpass each read it in
-/// their own way and neither may swallow what is meant for the other; output held until it is
-/// flushed, so that every flush is one write, on a terminal too.
+/// Has standard output held until it is flushed, so that every flush is one write, on a terminal
+/// too.
 void prepare_streams();
 
 /// Keeps keys from doing harm: what is pasted is typed, no key ends the session by a fault of the

@@ -2,16 +2,11 @@
 
 // Text that must not outlive its use: passwords, and command lines that hold one.
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 
 /// Overwrites a text, its spare capacity included, and leaves it empty.
 void wipe(std::string& text);
-
-/// Overwrites what library calls that handled a secret of that many bytes left on the heap, on the
-/// stack and in registers.
-void wipe_leftovers(std::size_t length);
 
 /// A text that leaves nothing behind in memory, neither when it grows nor when it goes.
 class Secret {
@@ -25,7 +20,9 @@ class Secret {
     Secret& operator=(Secret&&) = delete;
 
     Secret& append(std::string_view more);
+    void clear();
     [[nodiscard]] std::string_view view() const { return text_; }
+    [[nodiscard]] char* data() { return text_.data(); }  ///< NUL-terminated
 
   private:
     std::string text_;

@@ -64,24 +64,4 @@ TEST(SecretTest, ShortTextIsWipedWithinTheObject) {
     EXPECT_EQ(bytes.find("pass"), std::string::npos);
 }
 
-// The stream of getpass gives its buffer back to the heap as it is.
-TEST(SecretTest, LeftoversInBlocksOfAStreamsSizeAreOverwritten) {
-#ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "the sanitizer's heap does not hand out freed blocks again";
-#endif
-    for (const std::size_t size : {120U, 240U, 1024U, 4096U}) {
-        auto* block = static_cast<char*>(std::malloc(size));
-        std::memset(block, 'x', size);
-        std::strcpy(block + 32, SECRET);
-        const auto address = reinterpret_cast<std::uintptr_t>(block);
-        std::free(block);
-        wipe_leftovers(200);
-        auto* again = static_cast<char*>(std::malloc(size));
-        ASSERT_EQ(reinterpret_cast<std::uintptr_t>(again), address)
-            << "another block of " << size << " bytes was handed out";
-        EXPECT_NE(std::string(again + 32, std::strlen(SECRET)), SECRET) << size;
-        std::free(again);
-    }
-}
-
 }  // namespace

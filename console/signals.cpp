@@ -40,17 +40,12 @@ void hang_up(int signal) {
     }
 }
 
-void handle(int signal, void (*handler)(int), int flags) {
+void handle(int signal, void (*handler)(int)) {
     struct sigaction action = {};
     action.sa_handler = handler;
-    action.sa_flags = flags;
+    action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
     sigaction(signal, &action, nullptr);
-}
-
-void handle_end_requests(int flags) {
-    handle(SIGTERM, request_end, flags);
-    handle(SIGHUP, hang_up, flags);
 }
 
 }  // namespace
@@ -63,23 +58,16 @@ void install_signal_handlers() {
 
     // Handlers, not SIG_IGN: a handler is reset to the default action in children.
     for (const int signal : {SIGINT, SIGQUIT, SIGPIPE, SIGXFSZ}) {
-        handle(signal, ignore_signal, SA_RESTART);
+        handle(signal, ignore_signal);
     }
-    handle_end_requests(SA_RESTART);
+    handle(SIGTERM, request_end);
+    handle(SIGHUP, hang_up);
 }
 
 void ignore_hang_ups() {
-    handle(SIGHUP, SIG_IGN, 0);
+    handle(SIGHUP, SIG_IGN);
 }
 
 bool end_requested() {
     return end_was_requested != 0;
-}
-
-InterruptibleReads::InterruptibleReads() {
-    handle_end_requests(0);
-}
-
-InterruptibleReads::~InterruptibleReads() {
-    handle_end_requests(SA_RESTART);
 }

@@ -15,13 +15,3 @@ bool end_requested();
 /// From now on a hang-up reaches neither the shell nor children started later. For the very end of
 /// a session, where a late one must not cut off the logout.
 void ignore_hang_ups();
-
-/// While one lives, a request to end interrupts a blocking read of our own instead of restarting
-/// it. Needed around getpass, which knows nothing of signals.
-class InterruptibleReads {
-  public:
-    InterruptibleReads();
-    ~InterruptibleReads();
-    InterruptibleReads(const InterruptibleReads&) = delete;
-    InterruptibleReads& operator=(const InterruptibleReads&) = delete;
-};

@@ -1,12 +1,10 @@
 #include "save/save.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
-#include <string_view>
 
+#include "cgi/cgi_gateway.h"
 #include "config/config_file.h"
 #include "console/file.h"
 #include "console/state.h"
@@ -34,28 +32,6 @@ constexpr std::array<Marker, 6> MARKERS = {{
     {"#MSG", ". "},
     {"#END", ""},
 }};
-
-constexpr std::size_t longest_marker() {
-    std::size_t longest = 0;
-    for (const Marker& marker : MARKERS) {
-        longest = std::max(longest, std::string_view(marker.text).size());
-    }
-    return longest;
-}
-
-// A marker begins with one of these and holds no other.
-constexpr const char* MARKER_STARTS = "\\#";
-
-// Moves what may be the start of a marker that goes on in the next block there. Then no marker
-// stands across the two, and since no words make a marker with what is around them, the blocks can
-// be rewritten one by one.
-void carry_over(std::string& block, std::string& next) {
-    const std::size_t start = block.find_last_of(MARKER_STARTS);
-    if (start != std::string::npos && block.size() - start < longest_marker()) {
-        next.insert(0, block, start);
-        block.resize(start);
-    }
-}
 
 std::string firmware_version() {
     ConfigFile version_file(VERSION_FILE_PATH, false, false);
@@ -94,16 +70,6 @@ void rewrite_markers(std::string& text) {
     }
 }
 
-void rewrite_markers(CgiAnswer& answer) {
-    for (auto block = answer.begin(); block != answer.end(); ++block) {
-        const auto next = std::next(block);
-        if (next != answer.end()) {
-            carry_over(*block, *next);
-        }
-        rewrite_markers(*block);
-    }
-}
-
 void write_query_file(const std::string& path, const std::list<std::string>& settings) {
     const File file(std::fopen(path.c_str(), "w"));
     if (!file) {
@@ -120,11 +86,9 @@ void write_query_file(const std::string& path, const std::list<std::string>& set
 void run_putconf(const std::string& path) {
     const std::string query = "cgiaction=do_save&localHiddenFilename=" + path;
     run_cgi_program(SAVE_PROGRAM, query.c_str(), [](std::FILE* output) {
-        CgiAnswer answer = collect(output);
+        std::string answer = collect(output);
         rewrite_markers(answer);
-        for (const std::string& block : answer) {
-            print(block);
-        }
+        print(answer);
     });
 }
 

@@ -6,8 +6,6 @@
 #include <list>
 #include <string>
 
-#include "cgi/cgi_gateway.h"
-
 /// The save command. Empties the queue whatever the outcome. Returns -1 when there was nothing to
 /// save, else 0; the argument is ignored.
 int handle_save(char* argument) noexcept;
@@ -25,6 +23,3 @@ void replace_all(std::string& text, const char* from, const char* to, std::size_
 
 /// Turns the markers of the save program's answer into words, in place.
 void rewrite_markers(std::string& text);
-
-/// The same for an answer in blocks, some of which may end within a marker.
-void rewrite_markers(CgiAnswer& answer);

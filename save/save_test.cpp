@@ -115,37 +115,6 @@ TEST(RewriteMarkers, TurnsEachMarkerIntoItsWords) {
     }
 }
 
-std::string joined(const CgiAnswer& blocks) {
-    std::string text;
-    for (const std::string& block : blocks) {
-        text += block;
-    }
-    return text;
-}
-
-TEST(RewriteMarkers, GivesTheSameWhereverTheAnswerIsCutIntoBlocks) {
-    const std::string answer =
-        "a\\nb\\\\n#ERRORport#VAL99#MSGno#END#ERROR_GLOBAL#MSGfull#END#E#ENDND#ERR#ERRORx##VAL";
-    const std::string expected = rewritten(answer);
-    for (std::size_t first = 0; first <= answer.size(); ++first) {
-        for (std::size_t length = 0; first + length <= answer.size(); ++length) {
-            CgiAnswer blocks = {answer.substr(0, first), answer.substr(first, length),
-                                answer.substr(first + length)};
-            rewrite_markers(blocks);
-            EXPECT_EQ(joined(blocks), expected) << "cut at " << first << " and " << first + length;
-        }
-    }
-    CgiAnswer bytes;
-    for (const char byte : answer) {
-        bytes.emplace_back(1, byte);
-    }
-    rewrite_markers(bytes);
-    EXPECT_EQ(joined(bytes), expected);
-    CgiAnswer none;
-    rewrite_markers(none);
-    EXPECT_TRUE(none.empty());
-}
-
 TEST_F(SaveTest, FileHoldsTheVersionLineAndTheSettingsInTheirOrder) {
     EXPECT_EQ(written({"a=1", "b=2"}), version_line() + "a=1\nb=2\n");
     EXPECT_EQ(written({"b=2", "a=1", "a=1"}), version_line() + "b=2\na=1\na=1\n");

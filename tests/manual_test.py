@@ -24,7 +24,6 @@ NOT_FOR_READERS = {
     "0123456789ABCDEF",
     "{\n",
     "}\n",  # section marks, with the end of the line
-    "\\#",  # how a marker begins
     "#",
     "=",
     "@",

@@ -12,6 +12,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/auxv.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -138,6 +139,11 @@ void mark_failed(std::FILE* stream) {
     stream->_flags |= 0x20;  // the C library's mark of an error
 }
 
+// The password's question opens the terminal, everything else a file.
+const char* name_of_open(const char* path) {
+    return std::strcmp(path, "/dev/tty") == 0 ? "open_terminal" : "open";
+}
+
 }  // namespace
 
 extern "C" {
@@ -149,7 +155,7 @@ int open(const char* path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    if (fails("open", __builtin_return_address(0))) {
+    if (fails(name_of_open(path), __builtin_return_address(0))) {
         return -1;
     }
     return real<int(const char*, int, ...)>("open")(path, flags, mode);
@@ -160,7 +166,7 @@ int open64(const char* path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    if (fails("open", __builtin_return_address(0))) {
+    if (fails(name_of_open(path), __builtin_return_address(0))) {
         return -1;
     }
     return real<int(const char*, int, ...)>("open64")(path, flags, mode);
@@ -174,7 +180,8 @@ int fstat64(int file, struct stat64* status) noexcept {
 }
 
 ssize_t read(int file, void* buffer, std::size_t size) {
-    if (fails("read", __builtin_return_address(0))) {
+    // What is typed is read byte by byte, files are not.
+    if (fails(size == 1 ? "read_byte" : "read", __builtin_return_address(0))) {
         if (failing_error != SHORT) {
             return -1;
         }
@@ -355,11 +362,11 @@ char* readline(const char* prompt) {
     return real<char*(const char*)>("readline")(prompt);
 }
 
-char* getpass(const char* prompt) {
-    if (fails("getpass", __builtin_return_address(0))) {
-        return nullptr;
+int poll(pollfd* files, nfds_t count, int timeout) {
+    if (fails("poll", __builtin_return_address(0))) {
+        return -1;
     }
-    return real<char*(const char*)>("getpass")(prompt);
+    return real<int(pollfd*, nfds_t, int)>("poll")(files, count, timeout);
 }
 
 // Signals and the clock
