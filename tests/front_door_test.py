@@ -214,11 +214,12 @@ def test_stage_shows_the_end_of_what_a_failed_build_has_said(tmp_path):
         ("[12/345] Building CXX object", "12 of 345"),
         ("  3/14 Test #7: build.plain ...   Passed", "3 of 14"),
         (" 3/14 Test #7: build.plain ...***Failed", "3 of 14, 1 failed"),
-        ("..F.sE..  [ 45%]", "45 %, 2 failed"),
+        ("..F.sE..  [ 45%]", "8 tests, 45 %, 2 failed"),
+        (r"..... [ 99%]\n.F\c", "7 tests, 99 %, 1 failed"),
     ],
 )
 def test_stage_moves_at_a_terminal(tmp_path, said, shown):
-    words = ["[2/6] build", str(tmp_path / "2-build.log"), "sh", "-c", f"echo '{said}'; exec sleep 1000"]
+    words = ["[2/6] build", str(tmp_path / "2-build.log"), "sh", "-c", f"/bin/echo -e '{said}'; exec sleep 1000"]
     stage = programs.on_terminal(str(STAGE), words, timeout=PATIENCE, encoding="utf-8")
     stage.expect(r"\[2/6\] build  0:0\d  ")
     stage.expect_exact(shown)
@@ -233,6 +234,29 @@ def test_stage_keeps_its_command_from_the_terminal(tmp_path):
     script = "! sh -c 'echo intruder >/dev/tty' && ! read -r line"
     status, seen = at_terminal(STAGE, "a stage", tmp_path / "log", "sh", "-c", script)
     assert (status, "intruder" in seen, "done in" in seen) == (0, False, True)
+
+
+def test_lint_looks_again_at_what_has_changed_or_had_findings(tmp_path):
+    tool = tmp_path / "clang-tidy-19"
+    commands = tmp_path / "compile_commands.json"
+
+    def lint(status):
+        tool.write_text(f"#!/bin/sh\n[ $1 = --version ] || {{ echo looked; exit {status}; }}\n")
+        tool.chmod(0o755)
+        done = programs.run(
+            [SOURCE_DIR / "scripts/lint", "tidy", tmp_path, "shell/main.cpp"],
+            env={**ENVIRONMENT, "PATH": f"{tmp_path}:{ENVIRONMENT['PATH']}"},
+            capture_output=True,
+            text=True,
+        )
+        return done.returncode, done.stdout
+
+    commands.write_text("[]")
+    assert lint(1) == (1, "looked\n")
+    assert lint(0) == (0, "looked\n")
+    assert lint(0) == (0, "")
+    commands.write_text("[{}]")
+    assert lint(0) == (0, "looked\n")
 
 
 # A clone, its users and its places
