@@ -3,7 +3,9 @@
 import contextlib
 import os
 import re
+import select
 import shutil
+import signal
 import sys
 import tempfile
 from pathlib import Path
@@ -12,7 +14,7 @@ import pexpect
 import pytest
 
 import programs
-from console import ENVIRONMENT, GREETING, PATIENCE, PROGRAM_DIR, PROMPT, SOURCE_DIR, WINDOW
+from console import ENVIRONMENT, PATIENCE, PROGRAM_DIR, PROMPT, SOURCE_DIR, WINDOW, wait_until
 
 TESTS = SOURCE_DIR / "tests"
 AT_TERMINAL = SOURCE_DIR / ".ci/at_terminal"
@@ -228,6 +230,19 @@ def test_stage_moves_at_a_terminal(tmp_path, said, shown):
     stage.expect(pexpect.EOF)
     stage.close()
     assert stage.exitstatus == 130
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP])
+def test_stage_ends_with_all_that_it_has_started(tmp_path, number):
+    script = f"echo $$ >'{tmp_path}/process'; exec sleep 1000"
+    with programs.start([STAGE, "a stage", tmp_path / "a.log", "sh", "-c", script]) as stage:
+        wait_until((tmp_path / "process").exists)
+        wait_until((tmp_path / "process").read_text)
+        started = os.pidfd_open(int((tmp_path / "process").read_text()))
+        stage.send_signal(number)
+        assert stage.wait(timeout=PATIENCE) == 130
+    assert select.select([started], [], [], PATIENCE)[0]
+    os.close(started)
 
 
 def test_stage_keeps_its_command_from_the_terminal(tmp_path):
