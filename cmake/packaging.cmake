@@ -7,7 +7,8 @@ configure_file(${CMAKE_SOURCE_DIR}/docs/tessel.8 ${CMAKE_BINARY_DIR}/tessel.8 @O
 install(TARGETS tessel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES ${CMAKE_BINARY_DIR}/tessel.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 # For those who put the shell on a device.
-set(integrators_pages docs/device.md docs/integration.md docs/login.md docs/security.md)
+set(integrators_pages
+    docs/device.md docs/firmware.md docs/integration.md docs/login.md docs/security.md)
 install(FILES CHANGELOG.md COPYING DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${integrators_pages} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 # For those who change it: cmake --install FOLDER --component developers

@@ -23,7 +23,7 @@ PACKAGE = "tessel"
 REGISTERED = ["/bin/tessel", "/usr/bin/tessel"]
 PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
 
-PAGES = {"device.md", "integration.md", "login.md", "security.md"}
+PAGES = {"device.md", "firmware.md", "integration.md", "login.md", "security.md"}
 
 
 def run(*command, **options):

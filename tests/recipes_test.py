@@ -1,0 +1,299 @@
+"""The recipes in packaging/: the CMake calls that Buildroot, OpenWrt and Yocto make of them, for ARM
+without floating point, and what they install.
+
+The builders themselves are not run. Their calls are made without a network, without any program of the
+host but the tools named here, without the host's headers, and where the builder has a build folder on
+sources that cannot be written.
+"""
+
+import hashlib
+import os
+import re
+import shutil
+import subprocess
+import tarfile
+from pathlib import Path
+
+import pytest
+
+from console import PROGRAM_DIR, SOURCE_DIR
+from package_test import files_below, installed_files, project_version, run
+
+TRIPLET = "arm-linux-gnueabi"
+pytestmark = [
+    pytest.mark.skipif(
+        not (PROGRAM_DIR / "CMakeCache.txt").exists(), reason="the builds are made beside another one"
+    ),
+    pytest.mark.skipif(
+        not shutil.which(f"{TRIPLET}-g++"),
+        reason=f"there is no {TRIPLET}-g++: scripts/install_packages armel",
+    ),
+]
+
+WORK = PROGRAM_DIR / "recipes"
+SOURCE = WORK / "source"
+STAGING = WORK / "staging"
+TOOLS = WORK / "tools"
+# What a builder has of the host; of the compiler there is no more than its own programs.
+HOST_TOOLS = ("cmake", "make", "ninja", "sh", "env", "uname")
+COMPILER_TOOLS = ("g++", "gcc", "ar", "ranlib", "ld", "nm", "objcopy", "objdump", "readelf", "strip")
+
+
+@pytest.fixture(scope="module", name="recipes")
+def fixture_recipes():
+    """The recipes for a source archive, and beside them what a builder has prepared: the unpacked
+    sources, its tools, and Readline with its headers in a staging folder."""
+    shutil.rmtree(WORK, ignore_errors=True)
+    run("cmake", "--build", PROGRAM_DIR, "--target", "package_source")
+    archive = PROGRAM_DIR / f"tessel-{project_version()}.tar.gz"
+    run(SOURCE_DIR / "packaging/make_recipes", archive, WORK)
+    with tarfile.open(archive) as opened:
+        opened.extractall(WORK)
+    (WORK / archive.name[: -len(".tar.gz")]).rename(SOURCE)
+    TOOLS.mkdir()
+    for tool in (*HOST_TOOLS, *(f"{TRIPLET}-{name}" for name in COMPILER_TOOLS)):
+        (TOOLS / tool).symlink_to(shutil.which(tool))
+    make_staging()
+    return WORK
+
+
+def make_staging():
+    sysroot = PROGRAM_DIR / "recipes-sysroot"
+    run(SOURCE_DIR / "scripts/make_sysroot", "armel", sysroot, "libreadline-dev")
+    libraries = STAGING / "usr/lib"
+    libraries.mkdir(parents=True)
+    for name in ("libreadline", "libtinfo"):
+        for path in (sysroot / "usr/lib" / TRIPLET).glob(f"{name}.*"):
+            shutil.copy(path, libraries)
+    shutil.copytree(sysroot / "usr/include/readline", STAGING / "usr/include/readline")
+    # Debian's is a script that leads elsewhere.
+    shutil.copy(libraries / "libtinfo.so.6", libraries / "libtinfo.so")
+
+
+def build(script, writable, **variables):
+    """Runs lines of sh as a builder runs them, in the folder that can be written."""
+    hidden = ("/usr/include", "/usr/local", "/home", "/root", "/etc/apt")
+    command = [shutil.which("bwrap"), "--unshare-all", "--die-with-parent", "--ro-bind", "/", "/", "--dev", "/dev"]
+    for folder in hidden:
+        command += ["--tmpfs", folder] if os.path.isdir(folder) else []
+    # What stands below one of these is seen again.
+    command += ["--ro-bind", WORK, WORK, "--bind", writable, writable, "--proc", "/proc"]
+    command += ["--tmpfs", "/tmp"] if not WORK.is_relative_to("/tmp") else []
+    return run(
+        *command, "--chdir", writable, "/bin/sh", "-e", "-c", script,
+        env={"PATH": str(TOOLS), "LC_ALL": "C", **variables},
+    )  # fmt: skip
+
+
+def options_of(path, pattern):
+    """CMake's options for the shared and for the static program, as a recipe has them."""
+    found = re.search(pattern, (WORK / path).read_text(), re.DOTALL)
+    return {"static": found.group(1), "shared": found.group(2)}
+
+
+def buildroot(folder, options):
+    """In the source folder, with make; the toolchain file names a system of Buildroot's own."""
+    modules = folder / "support/Platform"
+    modules.mkdir(parents=True)
+    (modules / "Buildroot.cmake").write_text("include(Platform/Linux)\nset(LINUX 1)\n")
+    toolchain = folder / "support/toolchainfile.cmake"
+    toolchain.write_text(f"""
+list(APPEND CMAKE_MODULE_PATH {folder}/support)
+set(CMAKE_SYSTEM_NAME Buildroot)
+set(CMAKE_SYSTEM_VERSION 1)
+set(CMAKE_SYSTEM_PROCESSOR arm)
+set(CMAKE_BUILD_TYPE Release CACHE STRING "")
+set(CMAKE_CXX_FLAGS_RELEASE -DNDEBUG CACHE STRING "")
+set(CMAKE_CXX_FLAGS "-D_LARGEFILE_SOURCE -D_FILE_OFFSET_BITS=64 -O2 -D_FORTIFY_SOURCE=1" CACHE STRING "")
+set(CMAKE_EXE_LINKER_FLAGS "" CACHE STRING "")
+set(CMAKE_INSTALL_SO_NO_EXE 0)
+set(CMAKE_SYSROOT {STAGING})
+set(CMAKE_FIND_ROOT_PATH {STAGING})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(CMAKE_C_COMPILER {TOOLS}/{TRIPLET}-gcc)
+set(CMAKE_CXX_COMPILER {TOOLS}/{TRIPLET}-g++)
+""")
+    source = folder / "tessel"
+    shutil.copytree(SOURCE, source)
+    output = build(
+        f"cd {source}\n"
+        f"cmake {source} -DCMAKE_TOOLCHAIN_FILE={toolchain} -DCMAKE_INSTALL_PREFIX=/usr"
+        " -DCMAKE_INSTALL_RUNSTATEDIR=/run -DCMAKE_COLOR_MAKEFILE=OFF -DBUILD_DOC=OFF"
+        " -DBUILD_DOCS=OFF -DBUILD_EXAMPLE=OFF -DBUILD_EXAMPLES=OFF -DBUILD_TEST=OFF"
+        f" -DBUILD_TESTS=OFF -DBUILD_TESTING=OFF -DBUILD_SHARED_LIBS=ON {options}\n"
+        f"make -j2\nmake install/fast DESTDIR={folder}/target",
+        folder,
+    )
+    return output, source
+
+
+def openwrt(folder, options):
+    """Without a toolchain file and without a sysroot; flags come from the environment, too."""
+    flags = "-Os -pipe -fno-caller-saves -Wp,-D_FORTIFY_SOURCE=1 -fstack-protector"
+    link = f"-L{STAGING}/usr/lib -L{STAGING}/lib -znow -zrelro"
+    output = build(
+        f"cmake -S {SOURCE} -B {folder}/build -GNinja -DCMAKE_SYSTEM_NAME=Linux"
+        " -DCMAKE_SYSTEM_VERSION=1 -DCMAKE_SYSTEM_PROCESSOR=arm -DCMAKE_BUILD_TYPE=Release"
+        " -DCMAKE_C_FLAGS_RELEASE=-DNDEBUG -DCMAKE_CXX_FLAGS_RELEASE=-DNDEBUG"
+        f" -DCMAKE_C_COMPILER={TOOLS}/{TRIPLET}-gcc -DCMAKE_CXX_COMPILER={TOOLS}/{TRIPLET}-g++"
+        f" -DCMAKE_AR={TOOLS}/{TRIPLET}-ar -DCMAKE_NM={TOOLS}/{TRIPLET}-nm"
+        f" -DCMAKE_RANLIB={TOOLS}/{TRIPLET}-ranlib '-DCMAKE_FIND_ROOT_PATH={STAGING}/usr'"
+        " -DCMAKE_FIND_ROOT_PATH_MODE_PROGRAM=NEVER -DCMAKE_FIND_ROOT_PATH_MODE_LIBRARY=ONLY"
+        f" -DCMAKE_FIND_ROOT_PATH_MODE_INCLUDE=ONLY '-DCMAKE_EXE_LINKER_FLAGS={link}'"
+        f" -DCMAKE_STRIP=: -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_PREFIX_PATH={STAGING}"
+        " -DCMAKE_SKIP_RPATH=TRUE -DCMAKE_EXPORT_PACKAGE_REGISTRY=FALSE"
+        f" -DCMAKE_EXPORT_NO_PACKAGE_REGISTRY=TRUE {options}\n"
+        f"ninja -C {folder}/build\nDESTDIR={folder}/target ninja -C {folder}/build install",
+        folder,
+        CFLAGS=flags,
+        CXXFLAGS=flags,
+        LDFLAGS=link,
+    )
+    return output, folder / "build"
+
+
+def yocto(folder, options):
+    """The sysroot and the hardening stand in the flags of a generated toolchain file."""
+    toolchain = folder / "toolchain.cmake"
+    maps = f"-fmacro-prefix-map={SOURCE}=/usr/src/debug -fdebug-prefix-map={SOURCE}=/usr/src/debug"
+    flags = (
+        f"--sysroot={STAGING} -fstack-protector-strong -O2 -D_FORTIFY_SOURCE=2 -Wformat"
+        f" -Wformat-security -Werror=format-security -pipe -g {maps}"
+        f" -fdebug-prefix-map={folder}=/usr/src/debug -fdebug-prefix-map={STAGING}= -fdebug-prefix-map=/usr/lib="
+    )
+    toolchain.write_text(f"""
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR arm)
+set(CMAKE_C_COMPILER {TRIPLET}-gcc)
+set(CMAKE_CXX_COMPILER {TRIPLET}-g++)
+set(CMAKE_AR {TOOLS}/{TRIPLET}-ar CACHE FILEPATH "")
+set(CMAKE_CXX_FLAGS "{flags}" CACHE STRING "")
+set(CMAKE_CXX_FLAGS_RELEASE "-DNDEBUG" CACHE STRING "")
+set(CMAKE_CXX_LINK_FLAGS "--sysroot={STAGING} -Wl,-O1 -Wl,--hash-style=gnu -Wl,-z,relro,-z,now"
+    CACHE STRING "")
+set(CMAKE_FIND_ROOT_PATH {STAGING})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM BOTH)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(CMAKE_PROGRAM_PATH "/")
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+""")
+    folders = {
+        "BINDIR": "bin", "SBINDIR": "sbin", "LIBEXECDIR": "libexec", "SYSCONFDIR": "/etc",
+        "SHAREDSTATEDIR": "../com", "LOCALSTATEDIR": "/var", "LIBDIR": "lib",
+        "INCLUDEDIR": "include", "DATAROOTDIR": "share",
+    }  # fmt: skip
+    installs = " ".join(f"-DCMAKE_INSTALL_{name}:PATH={value}" for name, value in folders.items())
+    output = build(
+        f"cmake -G Ninja -DCMAKE_MAKE_PROGRAM=ninja -S {SOURCE} -B {folder}/build"
+        f" -DCMAKE_INSTALL_PREFIX:PATH=/usr {installs} -DCMAKE_INSTALL_SO_NO_EXE=0"
+        f" -DCMAKE_TOOLCHAIN_FILE:FILEPATH={toolchain} -DCMAKE_NO_SYSTEM_FROM_IMPORTED=1"
+        f" -DFETCHCONTENT_FULLY_DISCONNECTED=ON -Wno-dev {options}\n"
+        f"cmake --build {folder}/build\n"
+        f"DESTDIR={folder}/target cmake --build {folder}/build --target install",
+        folder,
+    )
+    return output, folder / "build"
+
+
+BUILDERS = {
+    "buildroot": (
+        buildroot,
+        "buildroot/tessel.mk",
+        r"_STATIC\),y\)\nTESSEL_CONF_OPTS = (\S+)\nelse\nTESSEL_CONF_OPTS = (\S+)\nendif",
+    ),
+    "openwrt": (
+        openwrt,
+        "openwrt/Makefile",
+        r"CMAKE_OPTIONS \+= \$\(if \$\(CONFIG_TESSEL_STATIC\),([^,]+),([^,)]+)\)",
+    ),
+    "yocto": (
+        yocto,
+        f"yocto/tessel_{project_version()}.bb",
+        r'PACKAGECONFIG\[static\] = "([^,]+),([^,]+),',
+    ),
+}
+
+
+def make(name, linkage, place):
+    builder, recipe, pattern = BUILDERS[name]
+    folder = WORK / place
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir()
+    output, built = builder(folder, options_of(recipe, pattern)[linkage])
+    assert not re.search(r"\.(cpp|h):\d+.*warning", output), output
+    return folder / "target", built / "tessel"
+
+
+@pytest.mark.parametrize("name", BUILDERS)
+def test_what_a_builder_makes(recipes, name):
+    target, built = make(name, "shared", f"{name}-shared")
+    assert files_below(target) == installed_files("usr")
+    program = target / "usr/bin/tessel"
+    for path in (built, program):
+        facts = run("readelf", "--wide", "--all", path)
+        assert re.search(r"Machine: +ARM\n", facts) and "soft-float ABI" in facts
+        assert "RPATH" not in facts and "RUNPATH" not in facts and "TEXTREL" not in facts
+        assert "GNU_HASH" in facts and ".symtab" in facts
+        needed = set(re.findall(r"\(NEEDED\).*\[(.*)\]", facts))
+        assert needed <= {
+            "libreadline.so.8", "libtinfo.so.6", "libstdc++.so.6", "libgcc_s.so.1", "libc.so.6",
+            "libm.so.6", "ld-linux.so.3",
+        }  # fmt: skip
+        assert {"libreadline.so.8", "libstdc++.so.6"} <= needed
+        # Times of 32 bits would be asked for by these names.
+        undefined = set(re.findall(r"UND (\w+)", facts))
+        assert not undefined & {"time", "stat", "localtime", "timer_settime", "gettimeofday"}
+    for path in target.rglob("*"):
+        if path.is_file():
+            assert str(PROGRAM_DIR).encode() not in path.read_bytes(), path
+            assert b"/usr/lib/gcc" not in path.read_bytes(), path
+    again, _ = make(name, "shared", f"{name}-once-more")
+    for path in files_below(target):
+        assert (target / path).read_bytes() == (again / path).read_bytes(), path
+
+
+@pytest.mark.parametrize("name", BUILDERS)
+def test_one_static_file(recipes, name):
+    target, _ = make(name, "static", f"{name}-static")
+    facts = run("readelf", "--wide", "--dynamic", "--program-headers", target / "usr/bin/tessel")
+    assert "NEEDED" not in facts and "INTERP" not in facts
+
+
+def test_the_recipes_tell_the_archives_version_and_checksums(recipes):
+    version = project_version()
+    archive = (PROGRAM_DIR / f"tessel-{version}.tar.gz").read_bytes()
+    licence = (SOURCE_DIR / "COPYING").read_bytes()
+    sums = {name: (WORK / BUILDERS[name][1]).read_text() for name in BUILDERS}
+    sums["buildroot"] += (WORK / "buildroot/tessel.hash").read_text()
+    for text in sums.values():
+        assert hashlib.sha256(archive).hexdigest() in text
+        assert "@" not in text.replace("tessel@lists", "")
+    assert hashlib.sha256(licence).hexdigest() in sums["buildroot"]
+    assert hashlib.md5(licence).hexdigest() in sums["yocto"]
+    assert f"TESSEL_VERSION = {version}\n" in sums["buildroot"]
+    assert f"PKG_VERSION:={version}\n" in sums["openwrt"]
+
+
+@pytest.mark.parametrize("name", ["buildroot", "yocto"])
+def test_a_recipe_adds_the_shell_to_etc_shells_once(recipes, name, tmp_path):
+    text = (WORK / BUILDERS[name][1]).read_text()
+    pattern = {
+        "buildroot": r"define TESSEL_ADD_TO_SHELLS\n(.*?)endef",
+        "yocto": r"pkg_postinst:\$\{PN\} \(\) \{\n(.*?)\n\}",
+    }[name]
+    script = re.search(pattern, text, re.DOTALL).group(1).replace("\\\n", " ")
+    for variable, value in {
+        "$(TARGET_DIR)": str(tmp_path), "$D": str(tmp_path), "${sysconfdir}": "/etc",
+        "${bindir}": "/usr/bin",
+    }.items():  # fmt: skip
+        script = script.replace(variable, value)
+    (tmp_path / "etc").mkdir()
+    (tmp_path / "etc/shells").write_text("/bin/sh\n")
+    for _ in range(2):
+        subprocess.run(["/bin/sh", "-e", "-c", script], check=True)
+        assert (tmp_path / "etc/shells").read_text() == "/bin/sh\n/usr/bin/tessel\n"
