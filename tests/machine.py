@@ -46,6 +46,7 @@ NOT_ON_TARGET = {
         "ftp_answers_test.py": "runs Python on the device, which has none here",
         "injection_test.py": "runs Python on the device, which has none here",
         "integration_test.py::test_client_of_a_fastcgi_server": "runs a server of the host",
+        "keys_test.py": HOST_PROCESSES,
         "login_ways_test.py": "starts servers of the host; here it is the device's own getty",
         "gateway_test.py": SANDBOX_OF_THE_HOST,
         "manual_test.py": SANDBOX_OF_THE_HOST,

@@ -221,7 +221,13 @@ STATES = {
     "transfer": State(wait_for_transfer, read_prompt, "sleep"),
     "show": State(show_a_large_log, read_prompt, "cat"),
 }
-KEYS = {b"\x03": b"^C", b"\x1c": b"^\\", b"\x1a": b"^Z"}
+KEYS = {b"\x1c": b"^\\", b"\x1a": b"^Z"}
+# What Ctrl-C brings back, and the keys that stood there, typed again.
+INTERRUPTED = {
+    "user name": (b"^C\nUsername: ", USER),
+    "half a command": (b"^C\n" + PROMPT, b"log_l"),
+    "question": (b"^C\nConfiguration backup failed!\n" + PROMPT, b""),
+}
 
 
 @pytest.mark.parametrize("state", [state for state in STATES if not STATES[state].program])
@@ -234,6 +240,35 @@ def test_keys_leave_the_session_and_its_settings_as_they_are(machine, state):
         if state != "password":
             line.read_until(shown)
     assert_session_goes_on(machine, line, state, shell)
+
+
+@pytest.mark.parametrize("state", INTERRUPTED)
+def test_interrupt_drops_what_is_typed_and_keeps_the_settings(machine, state):
+    line = Line(machine)
+    STATES[state].bring_about(machine, line)
+    shell = shell_of(machine)
+    shown, typed = INTERRUPTED[state]
+    line.type(b"\x03")
+    line.read_until(shown)
+    line.type(typed)
+    if state == "question":
+        assert line.command(b"save") == b"1 setting saved\n"
+        assert shell_of(machine) == shell
+    else:
+        line.read_until(typed)
+        assert_session_goes_on(machine, line, state, shell)
+
+
+@pytest.mark.parametrize("term", ["vt100", "linux"])
+def test_pasted_settings_are_saved_whole(machine_room, term):
+    machine = machine_room.boot(term=term)
+    line = Line(machine)
+    line.meet_the_login()
+    names = [b"part.%02d" % number for number in range(100)]
+    line.type(b"".join(name + b"=1\r" for name in names) + b"save\r")
+    answer = line.read_until(b"No settings saved\n")
+    assert re.findall(rb"Error in (\S+)=1\. ", answer) == names
+    assert b"\x1b[?2004" not in line.screen
 
 
 @pytest.mark.parametrize("key", [b"\x03", b"\x1c"])
