@@ -35,13 +35,13 @@ from gateway_processes import Sandbox, running
 BEHIND_OTHERS = r"""
                     Ctrl-C     Ctrl-\    Ctrl-Z   SIGTERM  SIGHUP  terminal closed
 user name           asks anew  stays     stops    1        1       1
-password            a key      a key     a key    1        1       1
+password            asks anew  a key     a key    1        1       1
 prompt              drops it   stays     stops    0        0       0
 backup server       calls off  stays     stops    0        0       0
 backup port         calls off  stays     stops    0        0       0
 backup path         calls off  stays     stops    0        0       0
 backup user name    calls off  stays     stops    0        0       0
-backup password     a key      a key     a key    0        0       0
+backup password     calls off  a key     a key    0        0       0
 get                 ends it    ends it   stops    waits    waits   hangs up
 save                ends it    ends it   stops    waits    waits   hangs up
 deaf save           ends it    ends it   stops    waits    waits   waits
@@ -54,13 +54,13 @@ transfer            ends it    ends it   stops    waits    waits   hangs up
 FIRST_ON_TERMINAL = r"""
                     Ctrl-C     Ctrl-\    Ctrl-Z   SIGTERM  SIGHUP    terminal closed
 user name           asks anew  stays     stays    1        1         1
-password            a key      a key     a key    1        1         1
+password            asks anew  a key     a key    1        1         1
 prompt              drops it   stays     stays    0        0         0
 backup server       calls off  stays     stays    0        0         0
 backup port         calls off  stays     stays    0        0         0
 backup path         calls off  stays     stays    0        0         0
 backup user name    calls off  stays     stays    0        0         0
-backup password     a key      a key     a key    0        0         0
+backup password     calls off  a key     a key    0        0         0
 get                 ends it    ends it   stays    waits    hangs up  hangs up
 save                ends it    ends it   stays    waits    hangs up  hangs up
 deaf save           ends it    ends it   stays    waits    waits     waits
