@@ -6,6 +6,7 @@
 #include "cgi/legible_configuration.h"
 #include "console/state.h"
 #include "console/text.h"
+#include "console/turn.h"
 
 namespace {
 
@@ -31,6 +32,11 @@ int get_part(const std::string& name, const std::string& extension) {
     }
     if (!extension.empty() && !is_known_extension(extension)) {
         return refuse("There is no such an extension\n");
+    }
+    const Turn turn;
+    if (turn.called_off()) {
+        print("\n");
+        return -1;
     }
     const std::string& caption = part->second;
     print_now("\n" + caption + (extension.empty() ? "" : " for extension " + extension) + "\n\n");

@@ -9,6 +9,7 @@
 #include "console/file.h"
 #include "console/state.h"
 #include "console/text.h"
+#include "console/turn.h"
 
 namespace {
 
@@ -95,6 +96,11 @@ void run_putconf(const std::string& path) {
 int handle_save(char* /*argument*/) noexcept {
     if (_gQueryString.empty()) {
         print_now(make_error_message("Nothing to save\n"));
+        return -1;
+    }
+    const Turn turn;
+    if (turn.called_off()) {
+        print("\n");  // the settings stay
         return -1;
     }
     write_query_file(SAVE_FILE_PATH, _gQueryString);

@@ -28,6 +28,7 @@ from console import (
     SHELL,
     RunResult,
 )
+from turns_test import turn
 
 LIBRARY = PROGRAM_DIR / "tests" / "failing_calls.so"
 RECORD = "/record/failures"
@@ -365,6 +366,10 @@ failure("readline", "every", "EIO", without_login(question=b""))
 NO_PASSWORD = Outcome(typed={"login": b"admin\n" + LOGIN}, seen={"login": REFUSED_ONCE})
 NO_BACKUP_PASSWORD = Outcome(typed={"backup": b"backup\n10.0.0.1\n21\n/b\nftpuser\n"})
 failure("open_terminal", "every", "EACCES EMFILE", UNCHANGED)
+# Where sessions cannot take turns, each goes on by itself.
+for which in (1, "every"):
+    failure("open_folder", which, "EMFILE EACCES", UNCHANGED)
+    failure("flock", which, "ENOLCK EINTR", UNCHANGED)
 for call in ("poll", "read_byte"):
     failure(call, 1, "EIO", NO_PASSWORD)
     failure(call, 9, "EIO", NO_BACKUP_PASSWORD)
@@ -528,6 +533,13 @@ def test_call_fails(gateway, call, which, how):
     failed = gateway.read(RECORD).count(b"\n") if gateway.exists(RECORD) else 0
     assert failed > 0 if which == "every" else failed == 1, "the failure is not met"
     check(gateway, result, outcome)
+
+
+def test_session_goes_on_without_its_turn_when_another_one_hangs(gateway):
+    with turn(gateway):
+        result = gateway.run(b"".join(TYPED.values()), *failing_shell("nanosleep", "every", "nothing"))
+    assert gateway.read(RECORD).count(b"\n") > 1000, "there was no wait"
+    check(gateway, result, UNCHANGED)
 
 
 # On a console

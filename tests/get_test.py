@@ -280,7 +280,7 @@ def test_missing_client_shows_the_old_summary(device):
 def test_client_that_cannot_be_started_leaves_the_heading_alone(device):
     device.record_requests(summary=b"VERSION=1\na=1\n")
     # With room for four open files there is none for a pipe.
-    console = device.log_in("/bin/sh", "-c", f"ulimit -n 4; exec {SHELL}")
+    console = device.log_in("/bin/sh", "-c", f"ulimit -n 5; exec {SHELL}")
     assert console.command(b"get sip") == HEADING
     assert device.requests() == []
 

@@ -179,7 +179,7 @@ def test_inherited_values_are_gone_after_the_first_request(device):
 def test_nothing_is_left_of_a_request_whose_client_cannot_be_started(device):
     # With room for four open files there is none for a pipe.
     console = device.log_in(
-        "/bin/env", *INHERITED, "/bin/sh", "-c", f"ulimit -n 4; exec {SHELL}"
+        "/bin/env", *INHERITED, "/bin/sh", "-c", f"ulimit -n 5; exec {SHELL}"
     )
     console.command(b"get sip")
     assert environment_of_children(device, console) == ALWAYS

@@ -14,6 +14,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/auxv.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -37,9 +38,10 @@ struct Error {
 constexpr int SHORT = -1;
 constexpr int NOTHING = -2;
 constexpr Error ERRORS[] = {
-    {"EINTR", EINTR},   {"EIO", EIO},       {"ENOSPC", ENOSPC}, {"EMFILE", EMFILE},
-    {"ENOMEM", ENOMEM}, {"EAGAIN", EAGAIN}, {"EACCES", EACCES}, {"EINVAL", EINVAL},
-    {"ENOTTY", ENOTTY}, {"ECHILD", ECHILD}, {"short", SHORT},   {"nothing", NOTHING},
+    {"EINTR", EINTR},     {"EIO", EIO},       {"ENOSPC", ENOSPC}, {"EMFILE", EMFILE},
+    {"ENOMEM", ENOMEM},   {"EAGAIN", EAGAIN}, {"EACCES", EACCES}, {"ENOLCK", ENOLCK},
+    {"EINVAL", EINVAL},   {"ENOTTY", ENOTTY}, {"ECHILD", ECHILD}, {"short", SHORT},
+    {"nothing", NOTHING},
 };
 
 // What FAIL says; nothing fails while the name is empty.
@@ -139,9 +141,12 @@ void mark_failed(std::FILE* stream) {
     stream->_flags |= 0x20;  // the C library's mark of an error
 }
 
-// The password's question opens the terminal, everything else a file.
+// The password's question opens the terminal, a turn a folder, everything else a file.
 const char* name_of_open(const char* path) {
-    return std::strcmp(path, "/dev/tty") == 0 ? "open_terminal" : "open";
+    if (std::strcmp(path, "/dev/tty") == 0) {
+        return "open_terminal";
+    }
+    return std::strcmp(path, "/tmp") == 0 ? "open_folder" : "open";
 }
 
 }  // namespace
@@ -353,6 +358,13 @@ int unsetenv(const char* name) noexcept {
     return real<int(const char*)>("unsetenv")(name);
 }
 
+int flock(int file, int operation) noexcept {
+    if (fails("flock", __builtin_return_address(0))) {
+        return -1;
+    }
+    return real<int(int, int)>("flock")(file, operation);
+}
+
 // The keyboard
 
 char* readline(const char* prompt) {
@@ -370,6 +382,13 @@ int poll(pollfd* files, nfds_t count, int timeout) {
 }
 
 // Signals and the clock
+
+int nanosleep(const timespec* pause, timespec* left) {
+    if (fails("nanosleep", __builtin_return_address(0))) {
+        return failing_error == NOTHING ? 0 : -1;  // nothing: no time passes
+    }
+    return real<int(const timespec*, timespec*)>("nanosleep")(pause, left);
+}
 
 int sigaction(int signal, const struct sigaction* action, struct sigaction* old) noexcept {
     if (fails("sigaction", __builtin_return_address(0))) {

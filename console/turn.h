@@ -1,0 +1,23 @@
+#pragma once
+
+// The back end and the sessions of a device exchange parts and settings through files with fixed
+// names. Sessions take turns at them.
+
+/// A session's turn, for as long as this object lives. Waits until no other session has its own;
+/// not for ever, since one of them may hang: after a minute the turn begins all the same, as it
+/// does where turns cannot be taken at all. The kernel ends the turn of a process that dies.
+class Turn {
+  public:
+    Turn();
+    ~Turn();
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+    /// True when the wait was ended by Ctrl-C or by a request to end the session: the turn has not
+    /// begun.
+    [[nodiscard]] bool called_off() const { return called_off_; }
+
+  private:
+    int folder_;
+    bool called_off_ = false;
+};
