@@ -1,13 +1,20 @@
 #include "catalogue/list.h"
 
+#include <string>
+
 #include "console/state.h"
 #include "console/text.h"
 
 namespace {
 
 void print_parts(const Catalogue& catalogue) {
+    std::string line;
     for (const auto& [name, caption] : catalogue) {
-        print_now(name + " (" + caption + ")\n");
+        line = name;
+        line += " (";
+        line += caption;
+        line += ")\n";
+        print_now(line);
     }
 }
 
