@@ -15,9 +15,14 @@ GATEWAYS = {"bare_device", "device", "gateway", "sandbox"}
 
 
 # What takes longest, first; several processes then end at about the same time.
-LONG = ("model", "package", "soak", "injection", "login_ways", "secrets", "signals")
-# The tests of these files share what is costly to make, and so a process.
-TOGETHER = {"package_test.py", "login_ways_test.py"}
+LONG = ("model", "package", "recipes", "soak", "injection", "login_ways", "secrets", "signals")
+# The tests of these files share what is costly to make, or cannot be made twice at once, and so a
+# process: {file: group}
+TOGETHER = {
+    "package_test.py": "packages",
+    "recipes_test.py": "packages",
+    "login_ways_test.py": "login_ways",
+}
 
 
 @pytest.hookimpl(tryfirst=True)  # xdist looks at the marks in its own
@@ -28,7 +33,7 @@ def pytest_collection_modifyitems(items):
     items.sort(key=lambda item: ranks.get(item.path.name, len(ranks)))
     for item in items:
         if item.path.name in TOGETHER:
-            item.add_marker(pytest.mark.xdist_group(item.path.name))
+            item.add_marker(pytest.mark.xdist_group(TOGETHER[item.path.name]))
         file = item.path.name
         reason = None
         if file in MACHINE_ONLY:

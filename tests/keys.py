@@ -16,13 +16,13 @@ import random
 import re
 import shlex
 import struct
-import subprocess
 import sys
 import tempfile
 import termios
 import time
 from pathlib import Path
 
+import programs
 from console import ENVIRONMENT, PASSWORD, PATIENCE, PROMPT, SHELL, USER, Device
 from gateway_processes import running
 
@@ -123,7 +123,7 @@ class Session:
         modes = termios.tcgetattr(self._its)
         modes[0] &= ~termios.IXON  # or Ctrl-S stops the screen, and everything with it
         termios.tcsetattr(self._its, termios.TCSANOW, modes)
-        self._process = subprocess.Popen(
+        self._process = programs.start(
             device.start_command(
                 ["/usr/bin/env", f"LC_ALL={locale}", f"ASAN_OPTIONS={SANITIZERS}", SHELL]
             ),
@@ -131,7 +131,6 @@ class Session:
             stdout=self._its,
             stderr=self._its,
             env={**ENVIRONMENT, "TERM": term},
-            start_new_session=True,
             preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0),
         )
         self._deadline = time.monotonic() + PATIENCE

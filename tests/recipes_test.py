@@ -10,12 +10,12 @@ import hashlib
 import os
 import re
 import shutil
-import subprocess
 import tarfile
 from pathlib import Path
 
 import pytest
 
+import programs
 from console import PROGRAM_DIR, SOURCE_DIR
 from package_test import files_below, installed_files, project_version, run
 
@@ -295,5 +295,5 @@ def test_a_recipe_adds_the_shell_to_etc_shells_once(recipes, name, tmp_path):
     (tmp_path / "etc").mkdir()
     (tmp_path / "etc/shells").write_text("/bin/sh\n")
     for _ in range(2):
-        subprocess.run(["/bin/sh", "-e", "-c", script], check=True)
+        programs.run(["/bin/sh", "-e", "-c", script], check=True)
         assert (tmp_path / "etc/shells").read_text() == "/bin/sh\n/usr/bin/tessel\n"
