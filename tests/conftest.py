@@ -19,9 +19,9 @@ LONG = ("model", "package", "recipes", "soak", "injection", "login_ways", "secre
 # The tests of these files share what is costly to make, or cannot be made twice at once, and so a
 # process: {file: group}
 TOGETHER = {
-    "package_test.py": "packages",
-    "recipes_test.py": "packages",
-    "login_ways_test.py": "login_ways",
+    "package_test.py": "package_test.py",
+    "recipes_test.py": "package_test.py",
+    "login_ways_test.py": "login_ways_test.py",
 }
 
 
