@@ -3,12 +3,16 @@
 
 #include <cstdlib>
 
-namespace __gnu_cxx {  // NOLINT(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,cert-dcl58-cpp)
+// NOLINTBEGIN(readability-identifier-naming,misc-use-internal-linkage)
+namespace __gnu_cxx {
 
-[[noreturn]] void __verbose_terminate_handler();  // NOLINT(bugprone-reserved-identifier)
+[[noreturn]] void __verbose_terminate_handler();
 
-void __verbose_terminate_handler() {  // NOLINT(bugprone-reserved-identifier)
+void __verbose_terminate_handler() {
     std::abort();
 }
 
 }  // namespace __gnu_cxx
+// NOLINTEND(readability-identifier-naming,misc-use-internal-linkage)
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,cert-dcl58-cpp)
