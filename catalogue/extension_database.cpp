@@ -20,13 +20,11 @@ std::string database_path() {
 }
 
 bool lists_extension(Configuration::MultiSectionFile& database, const char* kind,
-                     const std::string& name) {
+                     const std::string& name, const SmartBuffer& key, const SmartBuffer& value) {
     database.Restart();
     if (database.GotoSection(kind) == 0) {
         return false;
     }
-    const SmartBuffer key;
-    const SmartBuffer value;
     database.RestartSection();
     while (database.GotoSecNextEntry() != 0) {
         database.GetSecCurrentEntry(key.data, key.size, value.data, value.size);
@@ -42,8 +40,10 @@ bool lists_extension(Configuration::MultiSectionFile& database, const char* kind
 int extension_exists(const std::string& name) {
     Configuration::MultiSectionFile database(database_path().c_str(), false, false, false,
                                              "section", "{\n", "}\n", "=", "#", nullptr);
+    const SmartBuffer key;
+    const SmartBuffer value;
     for (const char* kind : EXTENSION_KINDS) {
-        if (lists_extension(database, kind, name)) {
+        if (lists_extension(database, kind, name, key, value)) {
             return 1;
         }
     }

@@ -4,8 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 namespace config_text {
 
@@ -29,8 +29,8 @@ class FileDescriptor {
     int number_;
 };
 
-// Called for every line of a file several times over, so it is worth being inlined: a look-up among
-// 10,000 extensions takes twice as long without.
+// Called several times for every line of a file: inlined it saves a tenth of the instructions of a
+// look-up among 10,000 extensions.
 [[gnu::always_inline]] inline bool is_blank(char c) {
     return c == ' ' || c == '\t' || c == '\r';
 }
@@ -48,8 +48,10 @@ std::string_view trim(std::string_view text) {
     return {first, size};
 }
 
+// Most lines differ from what is looked for in their first character, so that one goes first.
 bool starts_with(std::string_view text, std::string_view start) {
-    return text.size() >= start.size() && std::memcmp(text.data(), start.data(), start.size()) == 0;
+    return text.size() >= start.size() && (start.empty() || text.front() == start.front()) &&
+           text.compare(0, start.size(), start) == 0;
 }
 
 bool ends_with(std::string_view text, std::string_view end) {
@@ -148,9 +150,9 @@ int read_file(const char* path, std::string& text) {
 }
 
 std::string_view take_line(std::string_view& rest, char end) {
-    const std::size_t length = rest.find(end);
+    const std::size_t length = std::min(rest.find(end), rest.size());
     const std::string_view line = rest.substr(0, length);
-    rest.remove_prefix(length < rest.size() ? length + 1 : rest.size());
+    rest.remove_prefix(std::min(length + 1, rest.size()));
     return line;
 }
 
@@ -177,7 +179,8 @@ bool split_entry(std::string_view line, char assignment, Entry& entry) {
         return false;
     }
     entry.key = trim(line.substr(0, position));
-    entry.value = trim(line.substr(position + 1));
+    line.remove_prefix(position + 1);
+    entry.value = trim(line);
     return true;
 }
 
@@ -193,8 +196,11 @@ bool next_entry(std::string_view& rest, const EntrySyntax& syntax, Entry& entry)
 
 bool find_entry(std::string_view text, std::string_view key, const EntrySyntax& syntax,
                 Entry& entry) {
-    while (next_entry(text, syntax, entry)) {
-        if (entry.key == key) {
+    while (!text.empty()) {
+        const std::string_view line = trim(take_line(text, syntax.end));
+        if (starts_with(line, key) &&
+            split_entry(strip(line, syntax.comment), syntax.assignment, entry) &&
+            entry.key == key) {
             return true;
         }
     }
