@@ -16,8 +16,9 @@ constexpr int MAX_PAUSES = 3000;
 
 }  // namespace
 
-// In pauses, because a wait for the lock itself would go on after a signal.
-Turn::Turn() : folder_(open(SHARED_FOLDER, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+// In pauses, because a wait for the lock itself would go on after a signal. The back end's client
+// inherits the lock: when its session is killed, the turn lasts until the client has ended, too.
+Turn::Turn() : folder_(open(SHARED_FOLDER, O_RDONLY | O_DIRECTORY)) {
     for (int pauses = 0; pauses < MAX_PAUSES; ++pauses) {
         if (flock(folder_, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) {
             return;
@@ -31,6 +32,7 @@ Turn::Turn() : folder_(open(SHARED_FOLDER, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) 
 
 Turn::~Turn() {
     if (folder_ >= 0) {
+        flock(folder_, LOCK_UN);  // whoever else has it open
         close(folder_);
     }
 }

@@ -5,7 +5,8 @@
 
 /// A session's turn, for as long as this object lives. Waits until no other session has its own;
 /// not for ever, since one of them may hang: after a minute the turn begins all the same, as it
-/// does where turns cannot be taken at all. The kernel ends the turn of a process that dies.
+/// does where turns cannot be taken at all. The kernel ends the turn of a process that dies, once
+/// the client that it has started has ended.
 class Turn {
   public:
     Turn();

@@ -21,6 +21,23 @@ BACK_END = (
     b'echo "${QUERY_STRING##*=} it is" >>' + SUMMARY_FILE.encode() + b"; sleep .01 ;;\n"
     b"esac\n"
 )
+# All sessions at once, and meanwhile others that are stopped for a while, and then killed.
+SCRIPT = f"""
+sessions=
+for n in $(seq 0 {SESSIONS - 1}); do
+    {SHELL} </record/in.$n >/record/out.$n 2>/dev/null &
+    sessions="$sessions $!"
+done
+while :; do
+    for pause in .03 .11 .05 .17 .08; do
+        {SHELL} </record/in.victim >>/record/out.victim 2>/dev/null &
+        sleep $pause; kill -STOP $!; sleep .04; kill -CONT $!; sleep .02; kill -KILL $!
+    done
+done &
+killer=$!
+wait $sessions
+kill $killer
+""".encode()
 
 
 @contextlib.contextmanager
@@ -60,9 +77,9 @@ def test_twenty_sessions_lose_no_setting_and_print_no_other_part(device):
     device.write("/etc/menutree.conf", b"".join(TITLES))
     for number in range(SESSIONS):
         write_session(device, number)
-    start = f"{SHELL} </record/in.$n >/record/out.$n 2>/dev/null &"
-    script = f"for n in $(seq 0 {SESSIONS - 1}); do {start} done; wait"
-    device.run(b"", "/usr/bin/sh", "-c", script, patience=10 * PATIENCE)
+    device.write("/record/in.victim", b"admin\ngateway\n" + 500 * b"v=1\nsave\nget part0\n")
+    device.write("/record/play", SCRIPT)
+    device.run(b"", "/usr/bin/sh", "/record/play", patience=10 * PATIENCE)
     saved = [line for line in device.read("/record/saved").split() if b"_" in line]
     assert sorted(saved) == sorted(
         b"s%d_%d=1" % (n, i) for n in range(SESSIONS) for i in range(ROUNDS)
@@ -71,6 +88,7 @@ def test_twenty_sessions_lose_no_setting_and_print_no_other_part(device):
         text = b"\nPart %d\n\npart%d it is\n\n\n" % (number, number)
         output = device.read(f"/record/out.{number}")
         assert output.count(b" it is\n") == output.count(text) == ROUNDS
+    assert b"part0 it is" in device.read("/record/out.victim"), "no other session had a turn"
 
 
 @pytest.mark.parametrize("line", [b"save", b"get sip"])
