@@ -62,6 +62,7 @@ NOT_ON_TARGET = {
         "terminals_test.py::test_pasted_line_of_100000_characters_is_one_line": SLOW_LINE,
         "terminals_test.py::test_pasted_10000_lines_are_all_handled": SLOW_LINE,
         "terminals_test.py::test_pasted_settings_are_saved_whole": SLOW_LINE,
+        "turns_test.py": HOST_PROCESSES,
     },
     "i386": {
         "failing_calls_test.py": PRELOADED,

@@ -29,7 +29,7 @@ for n in $(seq 0 {SESSIONS - 1}); do
     sessions="$sessions $!"
 done
 while :; do
-    for pause in .03 .11 .05 .17 .08; do
+    for pause in .03 .11 .05 1.2 .17; do
         {SHELL} </record/in.victim >>/record/out.victim 2>/dev/null &
         sleep $pause; kill -STOP $!; sleep .04; kill -CONT $!; sleep .02; kill -KILL $!
     done
