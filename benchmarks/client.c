@@ -1,5 +1,5 @@
-/* A FastCGI client that costs as little as a client can: it prints what stands in /data/answer for
-   save, and nothing for anything else. The summary that get prints is in its place already. */
+/* A stand-in for the FastCGI client that costs as little as possible: it prints /data/answer for save,
+   and nothing otherwise. The summary file that get prints is already there. */
 
 #include <fcntl.h>
 #include <stdlib.h>

@@ -1,5 +1,5 @@
-"""Makes the device that is measured on: the development gateway's root folder, with files of the
-sizes that are measured in /data."""
+"""Makes the device for the measurements: the development gateway's root folder, with the input files
+of every size in /data."""
 
 import random
 import shutil
@@ -9,38 +9,38 @@ from pathlib import Path
 
 SOURCE_DIR = Path(__file__).resolve().parent.parent
 MIB = 1024 * 1024
-STEPS = 3  # growth is measured between a size and 10, 100 and 1,000 times that
+STEPS = 3  # growth is measured from a size to 10, 100 and 1,000 times that
 
 
 @dataclass(frozen=True)
 class Scale:
-    """How much is measured."""
+    """How often, and with how much input, things are measured."""
 
-    rounds: int  # of what takes milliseconds
+    rounds: int  # of a measurement that takes milliseconds
     growth_rounds: int
-    keys: int  # typed at each prompt, a multiple of what is typed at a time
+    keys: int  # typed at each prompt; a multiple of KEYS_AT_A_TIME
     menu_items: int
     extensions: int
-    text_size: int  # bytes of a summary, and of a save program's answer
+    text_size: int  # bytes of a summary file, and of a save program's answer
     listed_parts: int
-    least: tuple  # growth: the smallest number of menu items, extensions and bytes
+    least: tuple  # growth: the smallest numbers of menu items, extensions and bytes
 
 
 FULL = Scale(200, 30, 4000, 60, 10_000, MIB, 1_000, (100, 1_000, 64 * 1024))
 QUICK = Scale(3, 2, 40, 60, 1_000, MIB // 16, 100, (10, 10, 256))
 
 MARKERS = ("#ERROR", "#VAL", "#MSG", "#END", "\\n", "#ERROR_GLOBAL")
-RECORD_SIZE = 100  # bytes of a save program's answer, one marker in each
+RECORD_SIZE = 100  # bytes of a save program's answer per marker
 KINDS = ("attendant", "extension", "pickup", "callpark", "paging")
 
 
 def growing(least):
-    """The sizes between which growth is measured, after nothing at all."""
+    """The sizes at which growth is measured: 0, then least to 1,000 times that."""
     return [0] + [least * 10**step for step in range(STEPS + 1)]
 
 
 def menu_tree(items, acls=("auto,admin", "auto,admin", "auto,admin", "auto,extension", "admin")):
-    """A menu in no order, as menus are; the same at every call."""
+    """A menu in shuffled order, as menus are not sorted; the same at every call."""
     numbers = list(range(items))
     random.Random(items).shuffle(numbers)
     return "".join(
@@ -53,7 +53,7 @@ def menu_tree(items, acls=("auto,admin", "auto,admin", "auto,admin", "auto,exten
 
 
 def listing(parts):
-    """The lines that list prints of a menu of general parts."""
+    """What list prints for a menu of general parts."""
     return "".join(f"part{number:06} (Part number {number})\n" for number in range(parts))
 
 
@@ -62,20 +62,20 @@ def repeated(text, size):
 
 
 def summary(size):
-    """A part's readable text with its version line, of that many bytes after that line."""
+    """A summary file: the version line, then size bytes of a part's readable text."""
     lines = [f"sip.account.{line:05}.display_name=Reception\n" for line in range(10_000)]
     return "VERSION=1.0\n" + repeated("".join(lines), size)
 
 
 def answer(size):
-    """A save program's answer with a marker in every line of 100 bytes."""
+    """A save program's answer of size bytes, with a marker in every line."""
     lines = [marker.rjust(RECORD_SIZE - 1, "x") + "\n" for marker in MARKERS]
     return repeated("".join(lines), size)
 
 
-# Parts of every tenth name and more. The one is the last of every database, the other in none.
-LAST_EXTENSION = "7"
-ABSENT_EXTENSION = "3"
+# Many other names contain these, so that a plain text search finds false matches.
+LAST_EXTENSION = "7"  # the last of every database
+ABSENT_EXTENSION = "3"  # in no database
 
 
 def extension_entry(number, name):
@@ -83,7 +83,7 @@ def extension_entry(number, name):
 
 
 def extension_database(entries):
-    """Extensions named by the numbers from 10 on, so that many names are parts of others."""
+    """A database of extensions named 10, 11 and so on, and LAST_EXTENSION."""
     names = [str(10 + number) for number in range(max(entries - 1, 0))] + [LAST_EXTENSION]
     lines = [extension_entry(number, names[number]) for number in range(entries)]
     share = -(-entries // len(KINDS))
@@ -94,7 +94,7 @@ def extension_database(entries):
 
 
 def make_device(root, programs, scale):
-    """Makes the root folder, with everything that a run of that scale needs in /data."""
+    """Makes the root folder, with the input files for that scale in /data."""
     subprocess.run([SOURCE_DIR / "gateway" / "make_root", "--fresh", root], check=True)
     shutil.copy(programs / "benchmarks" / "client", root / "bin" / "fcgiclient")
     for folder in ("data", "build", "benchmarks"):

@@ -1,5 +1,5 @@
-/* Prints a file whenever a line has been typed, and a prompt after it: the baseline for commands that
-   print. The file is read and written in pieces of 255 bytes, or written from memory line by line.
+/* Prints a file and a prompt for each line typed: the baseline for commands that print. The file is
+   read and written 255 bytes at a time, or written from memory line by line.
 
    usage: loops pieces|lines FILE */
 

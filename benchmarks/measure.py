@@ -1,9 +1,9 @@
-"""Measures on the device, within its sandbox, and writes all samples to a JSON file.
+"""Runs in the device's sandbox: measures, and writes all samples to a JSON file.
 
 usage: measure.py quick|full RESULTS GROUP...
 
-A measurement is a name and, for every program measured side by side, its samples. Programs take
-turns within every round.
+A measurement is a name and the samples of each program compared. The programs take turns within
+every round.
 """
 
 import gc
@@ -18,10 +18,10 @@ from functools import partial
 from pathlib import Path
 
 from device import ABSENT_EXTENSION, FULL, LAST_EXTENSION, QUICK, extension_entry, growing
-from processes import SHELL_PROMPT, log_in, start_on_pipes, start_on_terminal, whole_run
+from processes import SHELL_PROMPT, log_in, start_on_pipes, start_on_terminal, time_run
 
 DATA = Path("/data")
-# Where the programs look for the files that are measured with.
+# Where the programs look for their input files.
 PLACES = {
     "menu": Path("/etc/menutree.conf"),
     "extensions": Path("/etc/tarn-conf/telephony/extensiondb"),
@@ -29,30 +29,29 @@ PLACES = {
     "answer": DATA / "answer",
 }
 USER_PROMPT = b"Username: "
-TESSEL = ["/build/inside/tessel"]
-BASELINE = ["/build/inside/benchmarks/baseline"]
-LOOPS = "/build/inside/benchmarks/loops"
+TESSEL = ["/build/default/tessel"]
+MINIMAL = ["/build/default/benchmarks/minimal"]
+LOOPS = "/build/default/benchmarks/loops"
 LOOPS_PROMPT = b"loops:> "
 BASH = ["/usr/bin/bash", "--norc", "-i"]
-# name: command and the end of its prompt
+# {name: (command, end of its prompt)}
 PROMPTS = {
     "tessel": (TESSEL, USER_PROMPT),
-    "baseline": (BASELINE, USER_PROMPT),
+    "minimal": (MINIMAL, USER_PROMPT),
     "tessel_static": (["/build/static/tessel"], USER_PROMPT),
-    "baseline_static": (["/build/static/benchmarks/baseline"], USER_PROMPT),
+    "minimal_static": (["/build/static/benchmarks/minimal"], USER_PROMPT),
     "bash": (BASH, b"# "),
     "dash": (["/usr/bin/dash", "-i"], b"# "),
 }
 REPLACEMENTS = (r"\\n/\n", "#ERROR/Error in ", "#ERROR_GLOBAL/Error: ", "#VAL/=", "#MSG/. ", "#END/")
 SED = ["/usr/bin/sed", *(word for pair in REPLACEMENTS for word in ("-e", f"s/{pair}/g"))]
 KEYS_AT_A_TIME = 20
-PATIENCE = 600  # seconds until a program that does not answer is a failure
+PATIENCE = 600  # seconds until a program that does not answer counts as failed
 
 
 def in_turns(rounds, actions):
-    """Calls every action once a round, after a round that does not count. Returns the samples. The
-    order changes: what follows a large program finds the caches cold, what follows one of its kind
-    warm."""
+    """Calls every action once per round, after a warm-up round. Returns {name: samples}. The order
+    is shuffled: after a large program the caches are cold, after a similar one they are warm."""
     samples = {name: [] for name in actions}
     order = list(actions)
     dice = random.Random(1)
@@ -66,7 +65,7 @@ def in_turns(rounds, actions):
 
 
 def put(kind, count):
-    """Puts one of the files of the device's data in its place."""
+    """Puts the input file of that kind and size where the programs look for it."""
     PLACES[kind].unlink(missing_ok=True)
     PLACES[kind].symlink_to(DATA / f"{kind}.{count}")
 
@@ -80,8 +79,8 @@ def time_to_prompt(command, prompt):
 
 
 def count_instructions(name):
-    """User instructions from the program's first one to where it waits for a key: callgrind writes
-    its totals when a signal ends the program."""
+    """The user instructions from a program's start to where it waits for a key. callgrind writes its
+    totals when a signal ends the program."""
     command, prompt = PROMPTS[name]
     profile = DATA / f"callgrind.{name}"
     valgrind = ["/usr/bin/valgrind", "-q", "--tool=callgrind", "--vgdb=no", "--log-file=/dev/null"]
@@ -104,7 +103,7 @@ def memory_at_prompt(name, kind):
 
 def measure_start(scale):
     starts = {name: partial(time_to_prompt, *pair) for name, pair in PROMPTS.items()}
-    pair = ("tessel", "baseline")
+    pair = ("tessel", "minimal")
     results = {"start": in_turns(scale.rounds, starts)}
     results["instructions"] = {name: [count_instructions(name)] for name in pair}
     for kind in ("Private_Dirty", "Rss"):
@@ -117,7 +116,7 @@ def measure_start(scale):
 
 
 def time_keys(process):
-    """Types a character and takes it back, some times. Returns how long each echo took."""
+    """Types a character and deletes it, several times. Returns the time of each echo."""
     times = []
     for _ in range(KEYS_AT_A_TIME):
         start = time.perf_counter()
@@ -131,15 +130,15 @@ def time_keys(process):
 
 def measure_keys(scale):
     bash = start_on_terminal(BASH)
-    baseline = start_on_terminal(BASELINE)
-    with log_in(start_on_terminal(TESSEL)) as tessel, baseline, bash:
-        baseline.read_until(USER_PROMPT)
-        baseline.time_line(b"\n")
+    minimal = start_on_terminal(MINIMAL)
+    with log_in(start_on_terminal(TESSEL)) as tessel, minimal, bash:
+        minimal.read_until(USER_PROMPT)
+        minimal.time_line(b"\n")
         bash.read_until(PROMPTS["bash"][1])
-        typists = {"tessel": tessel, "baseline": baseline, "bash": bash}
-        for process in typists.values():
+        processes = {"tessel": tessel, "minimal": minimal, "bash": bash}
+        for process in processes.values():
             process.wait_until_idle()
-        actions = {name: partial(time_keys, process) for name, process in typists.items()}
+        actions = {name: partial(time_keys, process) for name, process in processes.items()}
         samples = in_turns(scale.keys // KEYS_AT_A_TIME, actions)
     return {"key": {name: sum(times, []) for name, times in samples.items()}}
 
@@ -147,8 +146,8 @@ def measure_keys(scale):
 # Commands
 
 
-def against_loop(scale, start, line, *loop):
-    """A command of the shell and the same printing by a loop, each in a session of its own."""
+def compare_with_loop(scale, start, line, *loop):
+    """Samples of a command of the shell and of a C loop that prints the same."""
     with log_in(start(TESSEL)) as tessel, start([LOOPS, *loop]) as loops:
         loops.read_until(LOOPS_PROMPT)
         actions = {
@@ -164,7 +163,7 @@ def time_save(session):
 
 
 def time_lookup(session, name):
-    """From the typed line to the heading, or to the refusal."""
+    """The time from the typed line to the heading or the refusal."""
     known = name == LAST_EXTENSION
     ending = f"for extension {name}\n\n" if known else "There is no such an extension\n"
     elapsed = session.time_line(f"get part000003 {name}\n".encode(), ending.encode())
@@ -172,10 +171,11 @@ def time_lookup(session, name):
     return elapsed
 
 
-def against_grep(scale, session, name, number):
+def compare_with_grep(scale, session, name, number):
+    """Samples of get for an extension and of grep for its line in the database."""
     line = extension_entry(number, name).strip()
     grep = ["/usr/bin/grep", "-Fxq", line, str(PLACES["extensions"])]
-    actions = {"tessel": partial(time_lookup, session, name), "grep": partial(whole_run, grep)}
+    actions = {"tessel": partial(time_lookup, session, name), "grep": partial(time_run, grep)}
     return in_turns(scale.rounds, actions)
 
 
@@ -183,17 +183,17 @@ def measure_commands(scale):
     loop = ("pieces", str(PLACES["summary"]))
     line = b"get part000000\n"
     results = {
-        "get_pipe": against_loop(scale, start_on_pipes, line, *loop),
-        "get_terminal": against_loop(scale, start_on_terminal, line, *loop),
+        "get_pipe": compare_with_loop(scale, start_on_pipes, line, *loop),
+        "get_terminal": compare_with_loop(scale, start_on_terminal, line, *loop),
     }
     with log_in(start_on_pipes(TESSEL)) as session:
         sed = [*SED, str(PLACES["answer"])]
-        actions = {"tessel": partial(time_save, session), "sed": partial(whole_run, sed)}
+        actions = {"tessel": partial(time_save, session), "sed": partial(time_run, sed)}
         results["save"] = in_turns(scale.rounds, actions)
         for name, number in ((LAST_EXTENSION, scale.extensions - 1), (ABSENT_EXTENSION, scale.extensions)):
-            results[f"lookup_{name}"] = against_grep(scale, session, name, number)
+            results[f"lookup_{name}"] = compare_with_grep(scale, session, name, number)
     put("menu", "list")
-    results["list"] = against_loop(scale, start_on_pipes, b"list\n", "lines", "/data/listing")
+    results["list"] = compare_with_loop(scale, start_on_pipes, b"list\n", "lines", "/data/listing")
     return results
 
 
@@ -201,7 +201,7 @@ def measure_commands(scale):
 
 
 def growth_of(scale, kind, least, action):
-    """Samples by size. The file of each size is put in its place outside the time."""
+    """{size: samples} of the action, with an input file of each size put in place beforehand."""
 
     def at_size(count):
         put(kind, count)

@@ -1,5 +1,5 @@
-"""Programs on a pseudo-terminal or between pipes, started, fed and timed with as little as possible
-in between. Times are in seconds."""
+"""Starts, feeds and times programs on a pseudo-terminal or on pipes, with as little overhead as
+possible. Times are in seconds."""
 
 import fcntl
 import os
@@ -14,11 +14,11 @@ CHUNK = 65536
 
 
 class Process:
-    """A started program with the other ends of its input and output. Killed when left."""
+    """A running program and the other ends of its input and output. Leaving the context kills it."""
 
     def __init__(self, command, inside, keyboard, screen):
         streams = [(os.POSIX_SPAWN_DUP2, inside[stream > 0], stream) for stream in range(3)]
-        if keyboard == screen:  # the first terminal that the leader of a session opens becomes its own
+        if keyboard == screen:  # a session leader's controlling terminal is the first that it opens
             streams[0] = (os.POSIX_SPAWN_OPEN, 0, os.ttyname(inside[0]), os.O_RDWR, 0)
         self.keyboard, self.screen, self.unread = keyboard, screen, b""
         self.started = time.perf_counter()
@@ -41,29 +41,29 @@ class Process:
         os.write(self.keyboard, text)
 
     def read_until(self, ending):
-        """Reads until that has come. Returns the time at which it did."""
+        """Reads up to and including ending. Returns the time at which it arrived."""
         now = time.perf_counter()
         while (found := self.unread.find(ending)) < 0:
             piece = os.read(self.screen, CHUNK)
             now = time.perf_counter()
             if not piece:
-                raise EOFError(f"{ending!r} does not come, only {self.unread!r}")
+                raise EOFError(f"expected {ending!r}, got {self.unread!r}")
             self.unread = self.unread[1 - len(ending) :] + piece
         self.unread = self.unread[found + len(ending) :]
         return now
 
     def time_to(self, prompt):
-        """How long it takes from the start to the prompt."""
+        """Reads up to the prompt. Returns the time from the program's start."""
         return self.read_until(prompt) - self.started
 
     def time_line(self, line, ending=SHELL_PROMPT):
-        """How long it takes from the typed line to that end of its output."""
+        """Types a line and reads up to ending. Returns the time this took."""
         start = time.perf_counter()
         self.type(line)
         return self.read_until(ending) - start
 
     def wait_until_idle(self):
-        """Waits until the process sleeps, looked at several times in a row."""
+        """Waits until the process is seen asleep several times in a row."""
         asleep = 0
         while asleep < 5:
             with open(f"/proc/{self.pid}/stat", "rb") as stat:
@@ -73,20 +73,21 @@ class Process:
 
 
 def start_on_terminal(command):
-    """Starts a program as the first of a session on a new terminal."""
+    """Starts a program as session leader on a new terminal. Returns the Process."""
     master, slave = os.openpty()
     fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 80, 0, 0))
     return Process(command, (slave, slave), master, master)
 
 
 def start_on_pipes(command):
+    """Starts a program with pipes for its streams. Returns the Process."""
     its_input, keyboard = os.pipe()
     screen, its_output = os.pipe()
     return Process(command, (its_input, its_output), keyboard, screen)
 
 
 def log_in(process):
-    """From the start of the shell to its first command prompt."""
+    """Takes a shell from its start to its first command prompt. Returns it."""
     for prompt, answer in ((b"Username: ", b"admin\n"), (b"Password: ", b"gateway\n")):
         process.read_until(prompt)
         process.type(answer)
@@ -94,8 +95,8 @@ def log_in(process):
     return process
 
 
-def whole_run(command):
-    """How long a program takes to its end, its output read through a pipe."""
+def time_run(command):
+    """Runs a program with its output read through a pipe. Returns the time to its end."""
     with start_on_pipes(command) as process:
         while os.read(process.screen, CHUNK):
             pass

@@ -1,4 +1,4 @@
-"""Turns samples into tables, a picture and a short answer."""
+"""Turns samples into tables, a chart and a summary."""
 
 import datetime
 import math
@@ -12,47 +12,47 @@ from functools import partial
 from pathlib import Path
 
 from device import ABSENT_EXTENSION, LAST_EXTENSION, QUICK, growing
-from picture import draw
+from chart import draw
 
 DOCS = Path(__file__).resolve().parent.parent / "docs"
 BEGIN = "<!-- measured: begin -->\n"
 END = "<!-- measured: end -->\n"
 UNITS = {"ms": (1e3, 2), "µs": (1e6, 1), "KiB": (1 / 1024, 0), "": (1, 0)}  # factor, decimals
-LINKED = {
+LINKAGES = {
     "shared": "shared C++ library",
-    "inside": "C++ library inside",
-    "static": "everything inside",
+    "default": "C++ library linked in (default)",
+    "static": "fully static",
 }
 SIZE_LIMITS = {
     ("amd64", "shared"): 66_000,
-    ("amd64", "inside"): 115_000,
+    ("amd64", "default"): 115_000,
     ("amd64", "static"): 1_560_000,
-    ("armhf", "inside"): 68_000,
+    ("armhf", "default"): 68_000,
 }
 GROWTH_LIMIT = 1.1
-OWN, OTHER = "#2f6fb0", "#9aa5b1"  # colours of bars
+TESSEL_COLOUR, BASELINE_COLOUR = "#2f6fb0", "#9aa5b1"
 
-# group; what, with a star if the short answer tells it; by what it happens; what it is compared with;
-# measurement, whose samples and whose others; unit; the most that the ratio may be
+# group; what is measured, starred if the summary has it; how; the baseline; measurement, whose samples
+# and the baseline's; unit; target: the highest ratio
 ROWS = """
-start; *start to the prompt, ITEMS menu items; `tessel`; a bare C program with Readline; start tessel baseline; ms; 1.05
-start; the same, everything inside; `tessel`; that C program, linked alike; start tessel_static baseline_static; ms; 1.05
-start; *start with everything inside; `tessel`; `dash -i`, which edits no lines; start tessel_static dash; ms; 1.05
-start; user instructions to the prompt; `valgrind --tool=callgrind tessel`; that C program; instructions tessel baseline; ; 1.2
-start; *private dirty memory at the prompt; `/proc/PID/smaps_rollup`; a bare C program with Readline; Private_Dirty tessel baseline; KiB; 1.05
-start; resident size at the prompt; `/proc/PID/smaps_rollup`; that C program; Rss tessel baseline; KiB; 1.1
-keys; key to echo; `x` typed; a bare C program with Readline; key tessel baseline; µs; 1.05
+start; *start to the first prompt, ITEMS menu items; `tessel`; minimal C program with Readline; start tessel minimal; ms; 1.05
+start; start, fully static; `tessel`; that C program, fully static; start tessel_static minimal_static; ms; 1.05
+start; *start, fully static; `tessel`; `dash -i`, which has no line editor; start tessel_static dash; ms; 1.05
+start; user instructions to the first prompt; `valgrind --tool=callgrind tessel`; minimal C program with Readline; instructions tessel minimal; ; 1.2
+start; *private dirty memory at the prompt; `/proc/PID/smaps_rollup`; minimal C program with Readline; Private_Dirty tessel minimal; KiB; 1.05
+start; resident memory at the prompt; `/proc/PID/smaps_rollup`; minimal C program with Readline; Rss tessel minimal; KiB; 1.1
+keys; key to echo; `x` typed; minimal C program with Readline; key tessel minimal; µs; 1.05
 keys; *key to echo; `x` typed; `bash --norc -i`; key tessel bash; µs; 1.05
-commands; *`get` of TEXT KiB, pipe; `get part000000`; C loop, 255 bytes a piece: `loops pieces FILE`; get_pipe tessel loop; ms; 0.75
-commands; `get` of TEXT KiB, terminal; `get part000000`; C loop, 255 bytes a piece: `loops pieces FILE`; get_terminal tessel loop; ms; 1.0
-commands; *`save`, answer of TEXT KiB; `save`; `sed` with six replacements; save tessel sed; ms; 0.6
+commands; *`get` of TEXT KiB into a pipe; `get part000000`; C loop, 255 bytes at a time: `loops pieces FILE`; get_pipe tessel loop; ms; 0.75
+commands; `get` of TEXT KiB to a terminal; `get part000000`; C loop, 255 bytes at a time: `loops pieces FILE`; get_terminal tessel loop; ms; 1.0
+commands; *`save` with an answer of TEXT KiB; `save`; `sed` with six replacements; save tessel sed; ms; 0.6
 commands; *`get` for the last of EXTENSIONS extensions; `get part000003 LAST`; `grep -Fxq 'extN = LAST' FILE`; lookup_LAST tessel grep; ms; 0.6
-commands; `get` for one not among EXTENSIONS extensions; `get part000003 ABSENT`; `grep -Fxq 'extN = ABSENT' FILE`; lookup_ABSENT tessel grep; ms; 0.6
-commands; *`list` of PARTS parts, pipe; `list`; C loop, one write a line: `loops lines FILE`; list tessel loop; ms; 1.3
+commands; `get` for an unknown extension, EXTENSIONS known; `get part000003 ABSENT`; `grep -Fxq 'extN = ABSENT' FILE`; lookup_ABSENT tessel grep; ms; 0.6
+commands; *`list` of PARTS parts into a pipe; `list`; C loop, one write per line: `loops lines FILE`; list tessel loop; ms; 1.3
 """
 
 
-Row = namedtuple("Row", "group what by against measurement subject other unit limit")
+Row = namedtuple("Row", "group what how baseline measurement subject other unit limit")
 
 
 def rows(scale):
@@ -72,25 +72,25 @@ def rows(scale):
 
 
 def growths(results, scale):
-    """What grows, with what, and the seconds by size, without what it takes for nothing at all. Of
-    the fastest runs: what other programs take from the machine is not to be taken for growth."""
+    """What grows, with what, and {size: seconds}, less the seconds at size 0. From the fastest runs:
+    time that other programs took from the machine must not pass for growth."""
     items, extensions, size = scale.least
     for name, what, least in (
         ("start", "menu items", items),
-        ("lookup", "extensions, the wanted one not among them", extensions),
+        ("lookup", "extensions, not including the wanted one", extensions),
         ("get", "bytes of the part", size),
         ("save", "bytes of the answer", size),
     ):
         fastest = {n: min(results[f"grow_{name}"][str(n)]) for n in growing(least)}
-        nothing = fastest.pop(0)
-        yield name, what, {n: max(seconds - nothing, 1e-7) for n, seconds in fastest.items()}
+        empty = fastest.pop(0)
+        yield name, what, {n: max(seconds - empty, 1e-7) for n, seconds in fastest.items()}
 
 
-# What is made of samples
+# Statistics
 
 
 def typical(samples):
-    """The lower quartile, on which a busy machine has less influence than on the median; and that."""
+    """(lower quartile, median). A busy machine affects the lower quartile less."""
     if len(samples) < 2:
         return samples[0], samples[0]
     low, median, _ = statistics.quantiles(samples, n=4)
@@ -99,11 +99,11 @@ def typical(samples):
 
 def ratios(row, results):
     subject, other = (typical(results[row.measurement][who]) for who in (row.subject, row.other))
-    return [mine / its for mine, its in zip(subject, other)]
+    return [own / baseline for own, baseline in zip(subject, other)]
 
 
 def exponent(points):
-    """The power of n by which the time grows between the least and the largest n."""
+    """The power of n with which the time grows from the smallest to the largest n."""
     (least, first), *_, (most, last) = points.items()
     return math.log(last / first) / math.log(most / least)
 
@@ -112,7 +112,7 @@ def exponent(points):
 
 
 def table(heads, lines):
-    """A table whose columns of figures, named with a colon after them, stand to the right."""
+    """A Markdown table. Columns whose heading ends in a colon are right-aligned."""
     cells = [[head.rstrip(":") for head in heads]]
     cells += [["--:" if head.endswith(":") else "---" for head in heads]]
     return "\n".join("| " + " | ".join(line) + " |" for line in cells + lines) + "\n"
@@ -137,13 +137,13 @@ def size_table(results, _scale):
     for architecture, sizes in results["sizes"].items():
         for linkage, size in sizes.items():
             limit = SIZE_LIMITS.get((architecture, linkage))
-            reached = [f"{limit:,}", verdict(size, limit)] if limit else ["", ""]
-            lines.append([architecture, LINKED[linkage], f"{size:,}", *reached])
-    text = table(["program, by `strip`", "linkage", "bytes:", "at most:", "reached"], lines)
+            target = [f"{limit:,}", verdict(size, limit)] if limit else ["", ""]
+            lines.append([architecture, LINKAGES[linkage], f"{size:,}", *target])
+    text = table(["stripped, for", "linkage", "bytes:", "target, at most:", "met"], lines)
     if not results["position_independent"]:
-        text += "\nWith everything inside the program is **not** position-independent.\n"
+        text += "\nThe fully static program is **not** position-independent.\n"
     if "armhf" not in results["sizes"]:
-        text += "\narmhf was not measured: `scripts/build_target armhf` brings what it takes to build.\n"
+        text += "\narmhf was not measured: run `scripts/build_target armhf` first.\n"
     return text
 
 
@@ -152,11 +152,11 @@ def comparison_table(group, results, scale):
     for row in rows(scale):
         if row.group == group:
             low, median = ratios(row, results)
-            mine, its = (results[row.measurement][who] for who in (row.subject, row.other))
-            cells = [row.what.lstrip("*"), row.by, shown_samples(mine, row.unit), row.against]
-            cells += [shown_samples(its, row.unit), f"{low:.2f} ({median:.2f})"]
+            own, other = (results[row.measurement][who] for who in (row.subject, row.other))
+            cells = [row.what.lstrip("*"), row.how, shown_samples(own, row.unit), row.baseline]
+            cells += [shown_samples(other, row.unit), f"{low:.2f} ({median:.2f})"]
             lines.append([*cells, f"{row.limit:g}", verdict(low, row.limit)])
-    heads = ["what", "by", "tessel:", "against", "the other:", "ratio:", "at most:", "reached"]
+    heads = ["measured", "how", "tessel:", "baseline", "baseline's:", "ratio:", "target, at most:", "met"]
     return table(heads, lines)
 
 
@@ -167,8 +167,8 @@ def growth_table(results, scale):
         times = [shown(seconds, "ms") for seconds in points.values()]
         ends = [f"{power:.2f}", str(GROWTH_LIMIT), verdict(power, GROWTH_LIMIT)]
         lines.append([name, what, f"{min(points):,}", *times, *ends])
-    heads = ["what", "grows with", "n:", "n more:", "10 n:", "100 n:", "1,000 n:"]
-    return table([*heads, "exponent:", "at most:", "reached"], lines)
+    heads = ["measured", "grows with", "n:", "time at n:", "10 n:", "100 n:", "1,000 n:"]
+    return table([*heads, "exponent:", "target, at most:", "met"], lines)
 
 
 TABLES = {
@@ -188,10 +188,10 @@ def machine():
 
 
 def tables(results, scale, groups):
-    parts = ["A trial run: these figures say little.\n"] if scale is QUICK else []
+    parts = ["A quick run: too few samples to judge by.\n"] if scale is QUICK else []
     parts.append(
-        f"Measured on {datetime.date.today()} on {machine()}; load at the end:"
-        f" {os.getloadavg()[0]:.1f}. Lower quartiles, with the medians in brackets.\n"
+        f"Measured on {datetime.date.today()} on {machine()}; load average at the"
+        f" end: {os.getloadavg()[0]:.1f}. Figures are lower quartiles, medians in brackets.\n"
     )
     for group in groups:
         title, make = TABLES[group]
@@ -199,40 +199,54 @@ def tables(results, scale, groups):
     return "\n".join(parts)
 
 
-# The short answer
+# The summary
 
 
-def short_answer(results, scale):
-    """Is it fast and small? In a few lines."""
-    lines = [
-        f"{linkage}: " + ", ".join(f"{by[name]:,} bytes on {who}" for who, by in results["sizes"].items())
-        for name, linkage in LINKED.items()
-    ]
+def verdicts(results, scale):
+    """For each target, whether it is met."""
+    for architecture, by_linkage in results["sizes"].items():
+        for linkage, size in by_linkage.items():
+            if (architecture, linkage) in SIZE_LIMITS:
+                yield size <= SIZE_LIMITS[architecture, linkage]
+    yield from (ratios(row, results)[0] <= row.limit for row in rows(scale))
+    yield from (exponent(points) <= GROWTH_LIMIT for _, _, points in growths(results, scale))
+
+
+def summary(results, scale):
+    """Is it fast and small? In ten lines and a sentence."""
+    lines = []
+    for architecture, by_linkage in results["sizes"].items():
+        sizes = "; ".join(f"{LINKAGES[linkage]} {size:,} bytes" for linkage, size in by_linkage.items())
+        lines.append(f"program size, stripped, {architecture}: {sizes}")
     for row in rows(scale):
         if row.what.startswith("*"):
-            mine = shown(typical(results[row.measurement][row.subject])[0], row.unit)
-            against = row.against.split(": `")[0]
-            lines.append(f"{row.what[1:]}: {mine}, {ratios(row, results)[0]:.2f} times {against}")
+            own = shown(typical(results[row.measurement][row.subject])[0], row.unit)
+            baseline = row.baseline.split(": `")[0]
+            lines.append(f"{row.what[1:]}: {own}, {ratios(row, results)[0]:.2f} × {baseline}")
     steepest = max(exponent(points) for _, _, points in growths(results, scale))
-    lines.append(f"beyond that: time grows with a power of at most {steepest:.2f} of the size")
-    return "".join(f"- {line}\n" for line in lines)
+    met = list(verdicts(results, scale))
+    return "".join(f"- {line}\n" for line in lines) + (
+        f"\nTime grows with at most the {steepest:.2f}th power of the input size."
+        f" {sum(met)} of {len(met)} targets are met.\n"
+    )
 
 
-def picture(results):
+def chart(results):
     names = {
-        "tessel_static": "tessel, everything inside",
-        "dash": "dash -i (edits no lines)",
-        "baseline_static": "bare C program, everything inside",
+        "tessel_static": "tessel, fully static",
+        "dash": "dash -i (no line editor)",
+        "minimal_static": "minimal C program, fully static",
         "tessel": "tessel",
-        "baseline": "bare C program with Readline",
+        "minimal": "minimal C program with Readline",
         "bash": "bash --norc -i",
     }
-    starts = [
-        (words, low := typical(results["start"][name])[0], shown(low, "ms"), OWN if "tessel" in name else OTHER)
-        for name, words in names.items()
-    ]
+    starts = []
+    for name, words in names.items():
+        low, _ = typical(results["start"][name])
+        colour = TESSEL_COLOUR if "tessel" in name else BASELINE_COLOUR
+        starts.append((words, low, shown(low, "ms"), colour))
     sizes = [
-        (f"{architecture}, {LINKED[linkage]}", size, f"{size:,} bytes", OWN)
+        (f"{architecture}, {LINKAGES[linkage]}", size, f"{size:,} bytes", TESSEL_COLOUR)
         for architecture, by_linkage in results["sizes"].items()
         for linkage, size in by_linkage.items()
     ]
@@ -241,15 +255,15 @@ def picture(results):
 
 
 def write(results, scale, groups, folder, into_docs):
-    """Prints the tables and, when all was measured, leaves the page's part and the picture in the
-    folder, and in the docs if they are to be there."""
+    """Prints the tables. When every group was measured, also writes the measured part of the page and
+    the chart into the folder, and into docs/ if asked."""
     text = tables(results, scale, groups)
     print(text)
     if set(groups) != set(TABLES):
         return
-    head = "![Bars: start to the first prompt, and sizes](performance.svg)\n\n"
-    text = head + short_answer(results, scale) + f"\n## The figures\n\n{text}"
-    (folder / "performance.svg").write_text(picture(results), encoding="utf-8")
+    head = "![Bar chart: start to the first prompt, and program sizes](performance.svg)\n\n"
+    text = head + summary(results, scale) + f"\n## The figures\n\n{text}"
+    (folder / "performance.svg").write_text(chart(results), encoding="utf-8")
     (folder / "performance.md").write_text(text, encoding="utf-8")
     if into_docs:
         page = DOCS / "performance.md"

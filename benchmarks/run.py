@@ -1,10 +1,10 @@
-"""Measures the shell on a device in a sandbox, and reports.
+"""Measures the shell on a device in a sandbox and reports the figures.
 
 usage: run.py [--quick] [--docs] FOLDER [GROUP...]
 
-FOLDER holds a build with -DTESSEL_BENCH=ON for each linkage, in inside, shared and static, and
-maybe armhf-inside and so on; or it is one build, which then stands for all of them.
-Leaves results.json, performance.md, performance.svg and callgrind's profiles in it.
+FOLDER holds a build with -DTESSEL_BENCH=ON for each linkage (default, shared, static), and may hold
+armhf-default and so on; or it is a single build, used for every linkage.
+Leaves results.json, performance.md, performance.svg and the callgrind profiles in FOLDER.
 """
 
 import json
@@ -18,9 +18,9 @@ import report
 from device import FULL, QUICK, SOURCE_DIR, make_device
 
 GROUPS = ("sizes", "start", "keys", "commands", "growth")
-LINKAGES = ("shared", "inside", "static")
+LINKAGES = ("shared", "default", "static")
 ELF_TYPE = slice(16, 18)
-SHARED_OBJECT = b"\3\0"  # or a program that can be loaded at any address
+SHARED_OBJECT = b"\3\0"  # or a position-independent program
 
 
 def program_folder(folder, name):
@@ -43,14 +43,14 @@ def sandbox(root, folder, command):
 
 
 def measure_sizes(folder):
-    """Bytes by architecture and linkage, of what was built."""
+    """{architecture: {linkage: bytes}} of the stripped programs that were built."""
     native = subprocess.check_output(["dpkg", "--print-architecture"], text=True).strip()
     sizes = {}
     for architecture, prefix, strip in (
         (native, "", "strip"),
         ("armhf", "armhf-", "arm-linux-gnueabihf-strip"),
     ):
-        if prefix and not (folder / f"{prefix}inside").exists():
+        if prefix and not (folder / f"{prefix}default").exists():
             continue
         sizes[architecture] = {}
         for linkage in LINKAGES:
@@ -66,14 +66,15 @@ def is_position_independent(program):
 
 
 def measure(folder, quick, groups):
-    # What was just built would count as memory that has been written.
+    # Pages of a file that is not on disk yet count as dirty memory of the program.
     os.sync()
     root = folder / "device"
-    make_device(root, program_folder(folder, "inside"), QUICK if quick else FULL)
+    make_device(root, program_folder(folder, "default"), QUICK if quick else FULL)
     command = ["/usr/bin/python3", "-B", "/benchmarks/measure.py", "quick" if quick else "full"]
     environment = {"PATH": "/bin:/usr/bin", "HOME": "/", "TERM": "xterm"}
-    inside = sandbox(root, folder, [*command, "/data/results.json", *groups])
-    subprocess.run(inside, check=True, env=environment)
+    subprocess.run(
+        sandbox(root, folder, [*command, "/data/results.json", *groups]), check=True, env=environment
+    )
     results = json.loads((root / "data" / "results.json").read_text())
     for profile in (root / "data").glob("callgrind.*"):
         shutil.copy(profile, folder)

@@ -1,5 +1,4 @@
-/* The least that a C program can do to ask for a line with Readline: the baseline for start, memory
-   and keys. */
+/* The minimum of a program that reads lines with Readline: the baseline for start, memory and keys. */
 
 #include <stdio.h>
 #include <stdlib.h>

@@ -1,26 +1,26 @@
-"""Draws times and sizes as bars."""
+"""Draws a bar chart."""
 
 from html import escape
 
 WIDTH = 720
-LEFT = 290  # of the bars
-LONGEST = 320
+LEFT = 290  # where the bars begin
+LONGEST_BAR = 320
 LINE_HEIGHT = 22
 
 
 def draw(blocks):
-    """An SVG picture of blocks: a heading, and bars of a name, a length, its words and a colour."""
+    """The chart as SVG. A block is a heading and its bars: (name, length, label, colour)."""
     parts = []
     y = 22
     for heading, bars in blocks:
         parts.append(f'<text x="{LEFT}" y="{y}" font-weight="bold">{escape(heading)}</text>')
-        for name, length, words, colour in bars:
+        for name, length, label, colour in bars:
             y += LINE_HEIGHT
-            width = length / max(bar[1] for bar in bars) * LONGEST
+            width = length / max(bar[1] for bar in bars) * LONGEST_BAR
             parts += [
                 f'<text x="{LEFT - 8}" y="{y}" text-anchor="end">{escape(name)}</text>',
                 f'<rect x="{LEFT}" y="{y - 12}" width="{width:.0f}" height="16" fill="{colour}"/>',
-                f'<text x="{LEFT + width + 6:.0f}" y="{y}">{escape(words)}</text>',
+                f'<text x="{LEFT + width + 6:.0f}" y="{y}">{escape(label)}</text>',
             ]
         y += 2 * LINE_HEIGHT
     return (
