@@ -85,9 +85,12 @@ def fixture_archive():
     return PROGRAM_DIR / f"tessel-{project_version()}.tar.gz"
 
 
-def documented(pattern):
-    """The packages that the README names for a device's builder."""
-    return re.search(pattern, read_text(SOURCE_DIR / "README.md"), re.MULTILINE).group(1).split()
+def documented_packages():
+    """What docs/integration.md says has to be installed: for a build, and for making a package."""
+    page = read_text(SOURCE_DIR / "docs/integration.md")
+    lines = re.findall(r"^    apt-get install --no-install-recommends (.*)", page, re.MULTILINE)
+    for_build, for_package = (line.split() for line in lines)
+    return for_build, for_package
 
 
 @pytest.fixture(scope="module", name="workshop")
@@ -95,8 +98,8 @@ def fixture_workshop(tmp_path_factory):
     """A root with nothing but Debian's essential packages and those that build the shell."""
     listed = run("dpkg-query", "-W", "-f", "${Essential} ${Package}\n").splitlines()
     essential = [line.split()[1] for line in listed if line.startswith("yes")]
-    needed = documented(r"^    apt-get install --no-install-recommends (.*)")
-    return ThrowawayRoot(tmp_path_factory.mktemp("workshop"), [*essential, *needed])
+    for_build, _ = documented_packages()
+    return ThrowawayRoot(tmp_path_factory.mktemp("workshop"), [*essential, *for_build])
 
 
 @pytest.fixture(scope="module", name="build")
@@ -120,7 +123,8 @@ def fixture_package(build, workshop):
     """The Debian package, made from that build with no more than the packages documented for it."""
     for old in build.glob("*.deb"):
         old.unlink()
-    workshop.add(documented(r"makes a Debian package, which needs `(.*)` too"))
+    _, for_package = documented_packages()
+    workshop.add(for_package)
     workshop.run("sh", "-c", f"cd '{build}' && cpack", shared=WORK)
     (package,) = build.glob("*.deb")
     return package
