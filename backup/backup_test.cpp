@@ -7,7 +7,7 @@ namespace {
 
 class BackupTest : public OutsideTest {};
 
-TEST_F(BackupTest, WithoutAClockEndsAtOnceAndInSilence) {
+TEST_F(BackupTest, WithoutAClockEndsAtOnceAndSilently) {
     outside.clock_works = false;
     EXPECT_EQ(captured_output([] { EXPECT_EQ(handle_backup(nullptr), 1); }), "");
     EXPECT_TRUE(outside.prompts.empty());

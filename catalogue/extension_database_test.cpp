@@ -70,7 +70,7 @@ TEST_F(ExtensionDatabaseTest, FindsNameListedUnderTheLastKindOnly) {
     EXPECT_EQ(extension_exists("7"), 1);
 }
 
-TEST_F(ExtensionDatabaseTest, KeyIsNoExtension) {
+TEST_F(ExtensionDatabaseTest, KeyIsNotAnExtension) {
     for (const char* name : {"a", "201b", "f"}) {
         EXPECT_EQ(extension_exists(name), 0) << name;
     }
@@ -88,7 +88,7 @@ TEST_F(ExtensionDatabaseTest, OtherSectionsCommentsAndSecondSectionsOfAKindDoNot
     }
 }
 
-TEST_F(ExtensionDatabaseTest, WithoutAnySectionKnowsNobody) {
+TEST_F(ExtensionDatabaseTest, WithoutAnySectionHasNoExtensions) {
     write("");
     EXPECT_EQ(extension_exists("201"), 0);
     EXPECT_EQ(extension_exists(""), 0);
@@ -101,7 +101,7 @@ TEST_F(ExtensionDatabaseTest, IsReadAnewAtEveryCall) {
     EXPECT_EQ(extension_exists("201"), 0);
 }
 
-TEST_F(ExtensionDatabaseTest, DirectoryWithoutATrailingSlashRunsTogetherWithTheRest) {
+TEST_F(ExtensionDatabaseTest, DirectoryIsUsedWithoutAddingASlash) {
     setenv("TARN_PATH", folder_.path().c_str(), 1);
     EXPECT_THROW(extension_exists("201"), std::runtime_error);
     setenv("TARN_PATH", folder_.path("prefix_").c_str(), 1);
@@ -109,7 +109,7 @@ TEST_F(ExtensionDatabaseTest, DirectoryWithoutATrailingSlashRunsTogetherWithTheR
     EXPECT_EQ(extension_exists("8"), 1);
 }
 
-TEST_F(ExtensionDatabaseTest, EmptyDirectoryMeansTheCurrentOne) {
+TEST_F(ExtensionDatabaseTest, EmptyDirectoryIsTheCurrentOne) {
     setenv("TARN_PATH", "", 1);
     ASSERT_EQ(chdir(folder_.path().c_str()), 0);
     EXPECT_EQ(extension_exists("201"), 1);

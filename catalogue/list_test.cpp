@@ -36,7 +36,7 @@ TEST_F(ListTest, PrintsNameAndCaptionOfEveryPartUnderItsHeading) {
                           EXTENSION + "sip (Line)\n\n");
 }
 
-TEST_F(ListTest, NamesStandInByteOrder) {
+TEST_F(ListTest, NamesAreInByteOrder) {
     for (const char* name : {"b", "a", "B", "1", "ab", "\xc3\xa4", "_", "a-"}) {
         _gAdminConParts.emplace(name, "c");
         _gExtensionConfParts.emplace(name, "d");

@@ -8,7 +8,7 @@
 
 namespace {
 
-TEST(MenuItemName, IsTheHeaderUpToCgiBehindItsLastSlash) {
+TEST(MenuItemName, IsTheHeaderFromItsLastSlashToCgi) {
     const std::vector<std::pair<std::string, std::string>> headers = {
         {"/cgi-bin/voicemail.cgi", "voicemail"},
         {"/cgi-bin/ext_voicemail.cgi", "ext_voicemail"},

@@ -39,7 +39,7 @@ TEST_F(CgiGatewayTest, StartsTheClientWithTheRequestInItsEnvironment) {
                        {"CONTENT_TYPE", "application/x-www-form-urlencoded"}}));
 }
 
-TEST_F(CgiGatewayTest, QueryGoesThroughWithoutAnyEncoding) {
+TEST_F(CgiGatewayTest, QueryIsNotEncoded) {
     for (const char* query : {"", "a b", "a=1&b=2=3 4", "%20+\"'\\;$(x)", "\xc3\xa4\n"}) {
         run_cgi_program("a.cgi", query, drain);
         EXPECT_EQ(outside.clients.back().request["QUERY_STRING"], query);
@@ -72,7 +72,7 @@ TEST_F(CgiGatewayTest, RequestWithoutAQueryLeavesAnInheritedOneAsItIs) {
     EXPECT_STREQ(std::getenv("QUERY_STRING"), "inherited");
 }
 
-TEST_F(CgiGatewayTest, RequestStandsInTheEnvironmentAndTheClientRunsUntilTheConsumerIsDone) {
+TEST_F(CgiGatewayTest, RequestIsInTheEnvironmentAndTheClientRunsUntilTheConsumerReturns) {
     static bool consumed;
     consumed = false;
     run_cgi_program("a.cgi", "q", [](std::FILE*) {
@@ -85,7 +85,7 @@ TEST_F(CgiGatewayTest, RequestStandsInTheEnvironmentAndTheClientRunsUntilTheCons
     EXPECT_EQ(outside.closed_at.size(), 1U);
 }
 
-TEST_F(CgiGatewayTest, ClientThatCannotStartReachesNoConsumerAndTheVariablesAreGone) {
+TEST_F(CgiGatewayTest, WhenTheClientCannotStartNoConsumerIsCalledAndTheVariablesAreGone) {
     outside.client_can_start = false;
     EXPECT_EQ(captured_output([] {
                   EXPECT_EQ(run_cgi_program("a.cgi", "q", [](std::FILE*) { ADD_FAILURE(); }), 0);
@@ -129,7 +129,7 @@ TEST_F(CgiGatewayTest, CollectReturnsTheWholeOutputInOrder) {
 }
 
 // A line is read in pieces of 254 characters, and a text ends at its first NUL.
-TEST_F(CgiGatewayTest, CollectLosesWhatStandsBehindANulByteInTheSamePiece) {
+TEST_F(CgiGatewayTest, CollectLosesWhatFollowsANulByteInTheSamePiece) {
     const std::vector<std::pair<std::string, std::string>> texts = {
         {"a\0b\nc\n"s, "ac\n"},
         {"\0\nb\n"s, "b\n"},

@@ -58,7 +58,7 @@ TEST_F(GetTest, ExtensionPartIsGeneratedBelowItsHeading) {
               "&cgiDescription=Call forwarding&extensionName=201");
 }
 
-TEST_F(GetTest, TextBehindTheFirstBlankIsTheExtensionsName) {
+TEST_F(GetTest, TextAfterTheFirstBlankIsTheExtensionsName) {
     EXPECT_EQ(get("forward Reception Desk", 0),
               "\nCall forwarding for extension Reception Desk\n\n");
     EXPECT_EQ(get("forward Reception  Desk", -1), NO_EXTENSION);
@@ -85,7 +85,7 @@ TEST_F(GetTest, PartOfTheOtherCatalogueIsRefused) {
     EXPECT_EQ(requested(), "");
 }
 
-TEST_F(GetTest, PartOfBothCataloguesIsGeneralAloneAndAnExtensionsWithOne) {
+TEST_F(GetTest, PartOfBothCataloguesIsTheExtensionPartOnlyWithAnExtension) {
     EXPECT_EQ(get("both", 0), "\nGeneral\n\n");
     EXPECT_EQ(get("both 201", 0), "\nOf an extension for extension 201\n\n");
 }
@@ -97,7 +97,7 @@ TEST_F(GetTest, UnknownExtensionIsRefused) {
     EXPECT_EQ(requested(), "");
 }
 
-TEST_F(GetTest, UnreadableExtensionDatabaseKnowsNoExtensionAndEndsNothing) {
+TEST_F(GetTest, UnreadableExtensionDatabaseHasNoExtensions) {
     setenv("TARN_PATH", "/nowhere/", 1);
     EXPECT_EQ(get("forward 201", -1), NO_EXTENSION);
     EXPECT_EQ(get("nothing 201", -1), NO_PART) << "the database is not asked";
@@ -105,7 +105,7 @@ TEST_F(GetTest, UnreadableExtensionDatabaseKnowsNoExtensionAndEndsNothing) {
 }
 
 // A blank that the command loop would have trimmed.
-TEST_F(GetTest, BlankAtTheEndAloneNamesNoExtensionAndOneAtTheFrontNoPart) {
+TEST_F(GetTest, TrailingBlankMeansNoExtensionAndLeadingBlankNoPart) {
     EXPECT_EQ(get("sip ", 0), "\nSIP settings\n\n");
     EXPECT_EQ(get(" sip", -1), NO_PART);
 }

@@ -70,12 +70,12 @@ TEST_F(LegibleConfigurationTest, EverythingUpToTheEndOfTheVersionLineIsDropped) 
     }
 }
 
-TEST_F(LegibleConfigurationTest, FileOfTheVersionLineAlonePrintsNothing) {
+TEST_F(LegibleConfigurationTest, FileOfOnlyTheVersionLinePrintsNothing) {
     EXPECT_EQ(printed("VERSION=1.0\n"), "");
     EXPECT_EQ(printed(x(PIECE - 8) + "VERSION\n" + "a=1\n"), "a=1\n");
 }
 
-TEST_F(LegibleConfigurationTest, VersionWithoutALineFeedBehindItInItsPieceIsPrintedWithAllOfIt) {
+TEST_F(LegibleConfigurationTest, PieceWithVersionButNoLineFeedAfterItIsPrintedWhole) {
     EXPECT_EQ(printed("VERSION=1.0"), "VERSION=1.0");
     EXPECT_EQ(printed("a=1\nVERSION"), "a=1\nVERSION");
     const std::string long_line = "VERSION=" + x(PIECE) + "\na=1\nVERSION=2\nb=1\n";
@@ -105,7 +105,7 @@ TEST_F(LegibleConfigurationTest, VersionSplitByTheEndOfAPieceIsNotFound) {
     EXPECT_EQ(printed(x(PIECE) + "VERSION=1\na=1\n"), x(PIECE) + "a=1\n");
 }
 
-TEST_F(LegibleConfigurationTest, TextBehindANulByteIsLostToTheEndOfItsPiece) {
+TEST_F(LegibleConfigurationTest, TextAfterANulByteIsLostToTheEndOfItsPiece) {
     EXPECT_EQ(printed("a=1\n\0b=2\n"s), "a=1\n");
     EXPECT_EQ(printed("VERSION=1\na=1\n\0b=2\n"s + x(PIECE)), "a=1\n" + x(19));
     EXPECT_EQ(printed("a\0VERSION=1\nb"s), "a");
@@ -113,7 +113,7 @@ TEST_F(LegibleConfigurationTest, TextBehindANulByteIsLostToTheEndOfItsPiece) {
     EXPECT_EQ(printed("\0"s + x(PIECE - 1) + "VERSION=1\nb=2\n"), "b=2\n");
 }
 
-TEST_F(LegibleConfigurationTest, EveryFileIsPrintedByTheSameRule) {
+TEST_F(LegibleConfigurationTest, RandomFilesArePrintedByTheSameRule) {
     std::mt19937 random(7);  // NOLINT(*-msc51-cpp): the same files every time
     const std::vector<std::string> words = {"VERSION", "\n", "a=1", "\0"s, "VERSIO", "N", x(40)};
     for (int round = 0; round < 400; ++round) {
@@ -132,13 +132,13 @@ TEST_F(LegibleConfigurationTest, EveryPieceIsFlushedAndNoEmptyOneIsWritten) {
               (std::vector<std::string>{x(PIECE - 10), std::string(PIECE, 'y')}));
 }
 
-TEST_F(LegibleConfigurationTest, FileThatCannotBeReadPrintsNothing) {
+TEST_F(LegibleConfigurationTest, UnreadableFilePrintsNothing) {
     for (const std::string& path : {folder_.path("missing"), folder_.path()}) {
         EXPECT_EQ(captured_output([&] { print_without_version(path.c_str()); }), "") << path;
     }
 }
 
-TEST_F(LegibleConfigurationTest, RequestForAGeneralPartHoldsItsName) {
+TEST_F(LegibleConfigurationTest, RequestForAGeneralPartContainsItsName) {
     captured_output([] { generate_legible_configuration("sip", ""); });
     ASSERT_EQ(outside.clients.size(), 1U);
     EXPECT_EQ(outside.clients[0].request["PATH_INFO"], "getconfsummary.cgi");
@@ -146,7 +146,7 @@ TEST_F(LegibleConfigurationTest, RequestForAGeneralPartHoldsItsName) {
               "cgiaction=Start generating a legible configuration file&parampattern=sip");
 }
 
-TEST_F(LegibleConfigurationTest, RequestForAnExtensionPartHoldsItsCaptionAndTheExtension) {
+TEST_F(LegibleConfigurationTest, RequestForAnExtensionPartContainsItsCaptionAndTheExtension) {
     _gAdminConParts = {{"forward", "Wrong"}};
     _gExtensionConfParts = {{"forward", "Call forwarding"}};
     captured_output([] { generate_legible_configuration("forward", "201"); });
@@ -165,7 +165,7 @@ TEST_F(LegibleConfigurationTest, OutputOfTheClientIsReadToItsEndButNeverShown) {
     EXPECT_EQ(outside.closed_at, std::vector<long>{1007});
 }
 
-TEST_F(LegibleConfigurationTest, NothingAtAllIsPrintedWhenTheClientCannotStart) {
+TEST_F(LegibleConfigurationTest, NothingIsPrintedWhenTheClientCannotStart) {
     outside.client_can_start = false;
     EXPECT_EQ(captured_output([] { generate_legible_configuration("sip", ""); }), "");
     EXPECT_EQ(std::getenv("PATH_INFO"), nullptr);

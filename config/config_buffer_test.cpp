@@ -10,7 +10,7 @@
 
 namespace {
 
-TEST(ConfigBuffer, MarkerHoldsNothingThatTheMenuTreeLooksFor) {
+TEST(ConfigBuffer, MarkerContainsNothingThatTheMenuTreeSearchesFor) {
     const std::string marker(ConfigBuffer::ENTRY_NOT_FOUND);
     EXPECT_EQ(marker, "ENTRY_NOT_FOUND");
     for (const char* text : {"\"", "auto", "extension"}) {

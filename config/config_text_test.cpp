@@ -91,7 +91,7 @@ TEST(ConfigTextStrip, DropsSpacesTabsAndCarriageReturnsAroundTheLineAndKeepsInne
     EXPECT_EQ(stripped("plain"), "plain");
 }
 
-TEST(ConfigTextStrip, TakesNoOtherCharacterForABlank) {
+TEST(ConfigTextStrip, DropsNoOtherCharacter) {
     for (const char c : {'\v', '\f', '\0', '\x01', '\xa0'}) {
         const std::string line = c + "a"s + c;
         EXPECT_EQ(stripped(line), line) << "character " << int{c};
@@ -162,12 +162,12 @@ TEST(ConfigTextEntry, SplitsAtTheFirstAssignmentCharacterWithoutTheBlanksAround)
     }
 }
 
-TEST(ConfigTextEntry, LineWithoutAssignmentIsSteppedOverAndEqualKeysAreAllVisited) {
+TEST(ConfigTextEntry, LineWithoutAssignmentIsSkippedAndEqualKeysAreAllVisited) {
     EXPECT_EQ(entries_of("\nnone\na=1\n# a=0\n\nb=2\na=3"),
               (Entries{{"a", "1"}, {"b", "2"}, {"a", "3"}}));
 }
 
-TEST(ConfigTextEntry, SyntaxIsFreeToChoose) {
+TEST(ConfigTextEntry, SyntaxCanBeChosen) {
     EXPECT_EQ(entries_of("a:1;b=:2 % c;d=3", {':', ';', '%'}), (Entries{{"a", "1"}, {"b=", "2"}}));
 }
 
@@ -185,7 +185,7 @@ TEST(ConfigTextEntry, LookUpGivesTheFirstOfEqualKeysAndComparesWholeKeys) {
     EXPECT_FALSE(config_text::find_entry("", "a", {}, entry));
 }
 
-TEST(ConfigTextSection, OpeningMarkEndsTheKeywordsLineOrStandsAloneOnTheNextNonEmptyOne) {
+TEST(ConfigTextSection, OpeningMarkEndsTheKeywordsLineOrIsAloneOnTheNextNonEmptyOne) {
     const Sections expected = {{"admin", {{"a", "1"}}}};
     for (const char* text : {
              "section admin {\na=1\n}\n",
@@ -245,7 +245,7 @@ TEST(ConfigTextSection, KeywordIsAWholeWordAtTheStartOfALine) {
     }
 }
 
-TEST(ConfigTextSection, LineWithTheKeywordButNoOpeningMarkBehindItOpensNothing) {
+TEST(ConfigTextSection, KeywordWithoutAnOpeningMarkOpensNothing) {
     for (const char* text : {
              "section admin\na=1\n{\nb=2\n}\n",
              "section admin { a=1\nb=2\n}\n",
@@ -258,30 +258,30 @@ TEST(ConfigTextSection, LineWithTheKeywordButNoOpeningMarkBehindItOpensNothing) 
     EXPECT_EQ(sections_of("section a\nsection b {\nk=v\n}\n"), (Sections{{"b", {{"k", "v"}}}}));
 }
 
-TEST(ConfigTextSection, ClosingMarkStandsAlone) {
+TEST(ConfigTextSection, ClosingMarkIsAloneOnItsLine) {
     EXPECT_EQ(sections_of("section a {\nb=}\n} c\n}}\nd=1\n}\ne=2\n"),
               (Sections{{"a", {{"b", "}"}, {"d", "1"}}}}));
 }
 
-TEST(ConfigTextSection, StillOpenSectionEndsWhereTheNextOneStartsAndKeepsWhatItHas) {
+TEST(ConfigTextSection, UnclosedSectionEndsWhereTheNextOneBeginsAndKeepsItsEntries) {
     EXPECT_EQ(sections_of("section a {\nk=1\nsection b {\nk=2\n}\n"),
               (Sections{{"a", {{"k", "1"}}}, {"b", {{"k", "2"}}}}));
     EXPECT_EQ(sections_of("section a {\nk=1\nsection b\n\n{\nk=2\n}\nk=3\n"),
               (Sections{{"a", {{"k", "1"}}}, {"b", {{"k", "2"}}}}));
 }
 
-TEST(ConfigTextSection, StillOpenSectionEndsAtTheEndOfTheFileAndKeepsWhatItHas) {
+TEST(ConfigTextSection, UnclosedSectionEndsAtTheEndOfTheFileAndKeepsItsEntries) {
     EXPECT_EQ(sections_of("section a {\nk=1\nl=2"), (Sections{{"a", {{"k", "1"}, {"l", "2"}}}}));
     EXPECT_EQ(sections_of("section a {"), (Sections{{"a", {}}}));
     EXPECT_EQ(sections_of("section a\n{"), (Sections{{"a", {}}}));
 }
 
-TEST(ConfigTextSection, EntryThatBeginsWithTheKeywordStaysAnEntry) {
+TEST(ConfigTextSection, EntryThatBeginsWithTheKeywordIsAnEntry) {
     EXPECT_EQ(sections_of("section a {\nsection = x\nsectional = y\n}\n"),
               (Sections{{"a", {{"section", "x"}, {"sectional", "y"}}}}));
 }
 
-TEST(ConfigTextSection, WhatStandsOutsideASectionBelongsToNone) {
+TEST(ConfigTextSection, TextOutsideSectionsIsIgnored) {
     EXPECT_EQ(sections_of("x=0\nsection a {\nk=1\n}\nx=1\n{\nx=2\n}\nsection b {\n}\nx=3\n"),
               (Sections{{"a", {{"k", "1"}}}, {"b", {}}}));
 }
@@ -291,7 +291,7 @@ TEST(ConfigTextSection, SectionsOfEqualNamesAndEmptyOnesAreAllVisited) {
               (Sections{{"a", {}}, {"a", {{"k", "1"}}}}));
 }
 
-TEST(ConfigTextSection, KeywordIsFreeToChoose) {
+TEST(ConfigTextSection, KeywordCanBeChosen) {
     const std::string text = "ITEM a {\n}\nsection b {\n}\n";
     EXPECT_EQ(sections_of(text, "ITEM"), (Sections{{"a", {}}}));
     EXPECT_EQ(sections_of(text, "section"), (Sections{{"b", {}}}));
@@ -371,14 +371,14 @@ TEST(ConfigTextFile, IsReadWholeWhateverItsSizeAndBytes) {
     }
 }
 
-TEST(ConfigTextFile, ThatClaimsToBeEmptyIsReadToItsEnd) {
+TEST(ConfigTextFile, ThatReportsSizeZeroIsReadToItsEnd) {
     std::string text;
     EXPECT_EQ(config_text::read_file("/proc/self/status", text), 0);
     EXPECT_EQ(text.substr(0, 5), "Name:");
     EXPECT_EQ(text.back(), '\n');
 }
 
-TEST(ConfigTextFile, ThatCannotBeReadGivesTheReasonAndNoText) {
+TEST(ConfigTextFile, WhenUnreadableGivesTheReasonAndNoText) {
     const TemporaryFolder folder;
     ASSERT_EQ(mkfifo(folder.path("pipe").c_str(), 0600), 0);
     const std::vector<std::pair<std::string, int>> paths = {

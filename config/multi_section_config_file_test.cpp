@@ -77,7 +77,7 @@ TEST_F(MultiSectionConfigFileTest, OfEqualKeysTheFirstWinsAndKeysAreMatchedExact
     EXPECT_EQ(menu_.GetSectionEntry("AC"), "ENTRY_NOT_FOUND");
 }
 
-TEST_F(MultiSectionConfigFileTest, NoSectionIsCurrentBehindTheLastOne) {
+TEST_F(MultiSectionConfigFileTest, NoSectionIsCurrentAfterTheLastOne) {
     MultiSectionConfigFile file(folder_.write("file", "section a {\nk=v\n}\n").c_str(), false,
                                 false, false);
     ASSERT_EQ(file.GotoNextSection(), 1);

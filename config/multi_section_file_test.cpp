@@ -110,7 +110,7 @@ TEST_F(MultiSectionFileTest, EmptySectionHasNoEntries) {
     EXPECT_EQ(database_.GotoSecEntry("user_name"), 0);
 }
 
-TEST_F(MultiSectionFileTest, LookUpStandsOnTheFirstEntryOfThatKeyWhereverTheCursorWas) {
+TEST_F(MultiSectionFileTest, LookUpMovesToTheFirstEntryOfThatKeyWhereverTheCursorWas) {
     ASSERT_EQ(database_.GotoSection("admin"), 1);
     ASSERT_EQ(database_.GotoSecEntry("password"), 1);
     EXPECT_EQ(current_value(), "pa#ss");
@@ -153,7 +153,7 @@ TEST_F(MultiSectionFileTest, TextsAreCutToTheGivenSizesAndAlwaysTerminated) {
     }
 }
 
-TEST_F(MultiSectionFileTest, EitherTextMayBeLeftOut) {
+TEST_F(MultiSectionFileTest, EitherTextMayBeOmitted) {
     database_.GotoSection("admin");
     database_.GotoSecEntry("user_name");
     std::array<char, 16> buffer{};

@@ -18,13 +18,13 @@ namespace {
 
 class LineEditorTest : public OutsideTest {};
 
-TEST_F(LineEditorTest, KnowsTheShellByItsPromptAndAsksItOnTab) {
+TEST_F(LineEditorTest, UsesThePromptAndTheShellsCompletion) {
     init_line_editor();
     EXPECT_STREQ(rl_readline_name, "tessel:> ");
     EXPECT_EQ(rl_attempted_completion_function, tessel_completion);
 }
 
-TEST_F(LineEditorTest, TildeStandsForNobodyBeforeTheLogin) {
+TEST_F(LineEditorTest, TildeIsNotExpandedBeforeTheLogin) {
     protect_line_editor();
     const std::unique_ptr<char, FreeDeleter> root(tilde_expand("~root/x"));
     EXPECT_STREQ(root.get(), "~root/x");
@@ -38,7 +38,7 @@ TEST_F(LineEditorTest, CompletionOffersNothingAndLeavesTheRestToTheEditor) {
     EXPECT_EQ(rl_attempted_completion_over, 0);
 }
 
-TEST_F(LineEditorTest, AnswerIsExactlyWhatWasTypedAndTheEndOfInputIsNone) {
+TEST_F(LineEditorTest, AnswerIsExactlyWhatWasTypedAndNoneAtTheEndOfInput) {
     outside.lines = {" a b\t", "", std::nullopt};
     EXPECT_EQ(read_answer("One: "), " a b\t");
     EXPECT_EQ(read_answer("Two: "), "");
@@ -46,14 +46,14 @@ TEST_F(LineEditorTest, AnswerIsExactlyWhatWasTypedAndTheEndOfInputIsNone) {
     EXPECT_EQ(outside.prompts, (std::vector<std::string>{"One: ", "Two: ", "Three: "}));
 }
 
-TEST_F(LineEditorTest, PasswordIsExactlyWhatWasTypedAndNoneWhenItCannotBeRead) {
+TEST_F(LineEditorTest, PasswordIsExactlyWhatWasTypedOrNoneWhenUnreadable) {
     outside.passwords = {" pw ", "", std::nullopt};
     EXPECT_EQ(read_password("Password: ")->view(), " pw ");
     EXPECT_EQ(read_password("Password: ")->view(), "");
     EXPECT_FALSE(read_password("Password: ").has_value());
 }
 
-TEST_F(LineEditorTest, PasswordThatIsInterruptedIsCalledOff) {
+TEST_F(LineEditorTest, InterruptedPasswordIsCancelled) {
     outside.passwords = {std::nullopt, std::nullopt, "pw"};
     outside.while_typing = [] { errno = EINTR; };
     EXPECT_FALSE(read_password("Password: ").has_value());
@@ -83,7 +83,7 @@ TEST_F(LineEditorTest, PasswordIsKeptInNoOtherPlaceThanTheResult) {
     EXPECT_EQ(freed.copies_of_secret(), 0);
 }
 
-TEST_F(LineEditorTest, WhatWasPrintedBeforeIsFlushedBeforeAPasswordIsAskedFor) {
+TEST_F(LineEditorTest, OutputIsFlushedBeforeAPasswordIsAskedFor) {
     captured_output([] {
         print("Please\n");
         read_password("Password: ");

@@ -11,7 +11,7 @@ namespace {
 
 class ProcessTest : public OutsideTest {};
 
-TEST_F(ProcessTest, CommandLineGoesToTheInterpreterAsItIsAndItsStatusComesBack) {
+TEST_F(ProcessTest, CommandLineIsPassedOnUnchangedAndItsStatusReturned) {
     outside.command_status = 256;
     EXPECT_EQ(run_command("echo \"$HOME\" | cat"), 256);
     outside.command_status = 0;
@@ -19,7 +19,7 @@ TEST_F(ProcessTest, CommandLineGoesToTheInterpreterAsItIsAndItsStatusComesBack) 
     EXPECT_EQ(outside.command_lines, (std::vector<std::string>{"echo \"$HOME\" | cat", "reboot"}));
 }
 
-TEST_F(ProcessTest, WhatWasPrintedBeforeIsFlushedBeforeTheCommandStarts) {
+TEST_F(ProcessTest, OutputIsFlushedBeforeTheCommandStarts) {
     captured_output([] {
         print("Starting...\n");
         run_command("reboot");

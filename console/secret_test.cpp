@@ -32,7 +32,7 @@ TEST(Wipe, OverwritesAShortSecretToo) {
     EXPECT_EQ(secret.data()[1], '\0');
 }
 
-TEST(SecretTest, HoldsWhatItWasGivenAndWhatWasAppended) {
+TEST(SecretTest, ContainsTheTextGivenAndAppended) {
     Secret secret("user");
     EXPECT_EQ(secret.append(":").append("password").view(), "user:password");
     EXPECT_EQ(Secret().view(), "");
@@ -44,7 +44,7 @@ TEST(SecretTest, MovesItsText) {
     EXPECT_EQ(moved.view(), SECRET);
 }
 
-TEST(SecretTest, LeavesNoCopyWhenItGrowsOrGoes) {
+TEST(SecretTest, LeavesNoCopyWhenItGrowsOrIsDestroyed) {
     const FreedMemory freed(SECRET);
     {
         Secret secret(SECRET);

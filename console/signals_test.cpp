@@ -25,7 +25,7 @@ void expect_in_child(bool (*holds)()) {
 
 class SignalsTest : public OutsideTest {};
 
-TEST_F(SignalsTest, HangUpAndTerminationAskTheSessionToEnd) {
+TEST_F(SignalsTest, HangUpAndTerminationEndTheSession) {
     expect_in_child([] {
         install_signal_handlers();
         return !end_requested() && raise(SIGTERM) == 0 && end_requested();
@@ -36,7 +36,7 @@ TEST_F(SignalsTest, HangUpAndTerminationAskTheSessionToEnd) {
     });
 }
 
-TEST_F(SignalsTest, KeysAndFailedWritesDoNot) {
+TEST_F(SignalsTest, KeysAndFailedWritesDoNotEndTheSession) {
     expect_in_child([] {
         install_signal_handlers();
         raise(SIGINT);
@@ -65,7 +65,7 @@ TEST_F(SignalsTest, ChildrenHaveTheDefaultActionEvenOfSignalsInheritedAsIgnored)
     });
 }
 
-TEST_F(SignalsTest, NothingIsAskedOnceTheSessionIsToEnd) {
+TEST_F(SignalsTest, NothingIsAskedAfterARequestToEnd) {
     expect_in_child([] {
         install_signal_handlers();
         raise(SIGTERM);
@@ -75,7 +75,7 @@ TEST_F(SignalsTest, NothingIsAskedOnceTheSessionIsToEnd) {
     });
 }
 
-TEST_F(SignalsTest, AnswerThatIsBeingTypedWhenTheSessionIsToEndIsNone) {
+TEST_F(SignalsTest, HalfTypedAnswerIsDroppedAtARequestToEnd) {
     for (const auto& asks :
          {+[] { return read_line("") != nullptr; }, +[] { return read_answer("").has_value(); },
           +[] { return read_password("").has_value(); }}) {

@@ -58,7 +58,7 @@ TEST(Print, PutsEveryByteOnStandardOutputNulIncluded) {
     EXPECT_EQ(captured_output([&] { print_now(text); }), text);
 }
 
-TEST(Print, IsHeldUntilSomethingIsPrintedNow) {
+TEST(Print, IsBufferedUntilSomethingIsPrintedNow) {
     EXPECT_EQ(captured_pieces([] {
                   print("a\n");
                   print("b\n");

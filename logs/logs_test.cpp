@@ -24,7 +24,7 @@ TEST_F(LogsTest, ListNamesTheLogsInTheirFixedOrderWhateverTheArgument) {
     EXPECT_TRUE(outside.command_lines.empty());
 }
 
-TEST_F(LogsTest, ShowHandsTheLogOfThatNameToCatAndPrintsNothingItself) {
+TEST_F(LogsTest, ShowPassesTheLogOfThatNameToCatAndPrintsNothingItself) {
     const std::vector<std::pair<std::string, std::string>> logs = {
         {"cm", "cat /var/log/cm.log"},
         {"sip", "cat /tmp/logs/sip_ua.log"},
@@ -38,7 +38,7 @@ TEST_F(LogsTest, ShowHandsTheLogOfThatNameToCatAndPrintsNothingItself) {
     }
 }
 
-TEST_F(LogsTest, ShowSucceedsWhateverBecomesOfCat) {
+TEST_F(LogsTest, ShowSucceedsWhateverTheStatusOfCat) {
     outside.command_status = 256;
     EXPECT_EQ(show("cm", 0), "");
 }
@@ -58,7 +58,7 @@ TEST_F(LogsTest, ShowRefusesEverythingButAWholeNameAndRunsNothing) {
     EXPECT_TRUE(outside.command_lines.empty());
 }
 
-TEST_F(LogsTest, BlanksBehindTheNameAreCut) {
+TEST_F(LogsTest, BlanksAfterTheNameAreDropped) {
     EXPECT_EQ(show("sip \t", 0), "");
     EXPECT_EQ(outside.command_lines, std::vector<std::string>{"cat /tmp/logs/sip_ua.log"});
 }

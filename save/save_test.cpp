@@ -144,7 +144,7 @@ TEST_F(SaveTest, FileIsOverwrittenAndEmptyWithoutSettings) {
     EXPECT_EQ(written({}), "");
 }
 
-TEST_F(SaveTest, FileThatCannotBeCreatedIsPassedOverInSilence) {
+TEST_F(SaveTest, FileThatCannotBeCreatedIsIgnoredSilently) {
     EXPECT_EQ(captured_output([&] { write_query_file(folder_.path("none/file"), {"a=1"}); }), "");
     EXPECT_EQ(captured_output([&] { write_query_file(folder_.path(), {"a=1"}); }), "");
 }
@@ -160,7 +160,7 @@ TEST_F(SaveTest, SaveProgramIsAskedForTheFileAndItsAnswerIsPrintedInWords) {
     EXPECT_EQ(std::getenv("QUERY_STRING"), nullptr);
 }
 
-TEST_F(SaveTest, MarkersOfALongAnswerAreFoundWhereverItWasReadInPieces) {
+TEST_F(SaveTest, MarkersSplitBetweenTwoReadsAreFound) {
     outside.client_output = std::string(250, 'x') + "#ERROR" + std::string(300, 'y') + "#END\nz\n";
     EXPECT_EQ(captured_output([] { run_putconf("f"); }),
               std::string(250, 'x') + "Error in " + std::string(300, 'y') + "\nz\n");
@@ -172,7 +172,7 @@ TEST_F(SaveTest, NothingIsPrintedWhenTheClientCannotStartOrAnswersNothing) {
     EXPECT_EQ(captured_output([] { run_putconf("f"); }), "");
 }
 
-TEST_F(SaveTest, WithNothingQueuedRefusesAtOnceAndAsksNobody) {
+TEST_F(SaveTest, WithNothingQueuedIsRefusedWithoutARequest) {
     EXPECT_EQ(captured_pieces([] {
                   for (std::string argument : {"", "now"}) {
                       EXPECT_EQ(handle_save(argument.data()), -1);

@@ -10,7 +10,7 @@
 namespace {
 
 // Whatever the device's access database says: nobody has these names.
-TEST(Credentials, AreWipedWhenTheyAreDoneWith) {
+TEST(Credentials, AreWipedAfterUse) {
     constexpr const char* SECRET = "correct horse battery staple";
     std::string user = SECRET;
     std::string password = SECRET;

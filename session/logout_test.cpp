@@ -11,7 +11,7 @@ namespace {
 
 class LogoutTest : public OutsideTest {};
 
-TEST_F(LogoutTest, AsksTheBackEndWithoutAQueryAndReadsNothing) {
+TEST_F(LogoutTest, SendsNoQueryAndReadsNothing) {
     outside.client_output = "logged out\n";
     EXPECT_EQ(captured_output([] { EXPECT_EQ(admin_logout(), 0); }), "");
     ASSERT_EQ(outside.clients.size(), 1U);

@@ -42,7 +42,7 @@ class CommandLoopTest : public OutsideTest {
 constexpr const char* NO_SUCH_LOG = "ERROR: There is no such log file\n";
 const std::string HELP_FOR_EXIT = "\nexit\t\tExit tessel.\n\n";
 
-TEST_F(CommandLoopTest, FirstWordThatNamesNoCommandIsQueuedAloneAndNothingIsPrinted) {
+TEST_F(CommandLoopTest, FirstWordThatIsNotACommandIsQueuedAloneAndNothingIsPrinted) {
     for (const char* line : {"a=1", "name = value", "a=1 b=2", "x\ty", "Exit", "EXIT now", "helpx",
                              "exit=1", "a=\xc3\xa4\x01 b"}) {
         EXPECT_EQ(dispatch(line), "") << line;
@@ -52,14 +52,14 @@ TEST_F(CommandLoopTest, FirstWordThatNamesNoCommandIsQueuedAloneAndNothingIsPrin
     EXPECT_FALSE(_gDoExit);
 }
 
-TEST_F(CommandLoopTest, BlanksAndNothingElseBeforeTheFirstWordAreSteppedOver) {
+TEST_F(CommandLoopTest, OnlyBlanksBeforeTheFirstWordAreSkipped) {
     dispatch(" \t a=1 b");
     dispatch("_b=2");
     dispatch("\nc=3\r");
     EXPECT_EQ(_gQueryString, (Queue{"a=1", "_b=2", "\nc=3\r"}));
 }
 
-TEST_F(CommandLoopTest, CommandGetsTheRestOfTheLineBehindItsBlanks) {
+TEST_F(CommandLoopTest, CommandGetsTheRestOfTheLineAfterTheBlanks) {
     EXPECT_EQ(dispatch("help exit"), HELP_FOR_EXIT);
     EXPECT_EQ(dispatch("help   exit"), HELP_FOR_EXIT);
     EXPECT_EQ(dispatch("help\texit"), HELP_FOR_EXIT);
@@ -71,7 +71,7 @@ TEST_F(CommandLoopTest, ArgumentKeepsItsInnerBlanks) {
     EXPECT_EQ(dispatch("help exit  \t now").substr(0, 35), "\nNo commands match `exit  \t now'.  ");
 }
 
-TEST_F(CommandLoopTest, ArgumentIsEmptyWhenTheLineHoldsTheCommandAlone) {
+TEST_F(CommandLoopTest, ArgumentIsEmptyAfterTheCommandAlone) {
     EXPECT_EQ(dispatch("show", -1), "ERROR: the syntax is: show log_type\n");
 }
 
@@ -89,7 +89,7 @@ TEST_F(CommandLoopTest, WordOf256BytesIsQueuedAndALongerOneIsDroppedSilently) {
     EXPECT_EQ(_gQueryString, Queue{longest});
 }
 
-TEST_F(CommandLoopTest, LengthCountsForTheFirstWordOnly) {
+TEST_F(CommandLoopTest, LengthLimitAppliesToTheFirstWordOnly) {
     dispatch("abc=1 " + std::string(294, 'w'));
     EXPECT_EQ(_gQueryString, Queue{"abc=1"});
 }
@@ -103,7 +103,7 @@ TEST_F(CommandLoopTest, DroppedWordTakesNoPlaceInAFullQueue) {
     EXPECT_EQ(_gQueryString.front(), "w1");
 }
 
-TEST_F(CommandLoopTest, OldestOfMoreThan100SettingsGivesWay) {
+TEST_F(CommandLoopTest, OldestOfMoreThan100SettingsIsDropped) {
     Queue expected;
     for (int i = 1; i <= 101; ++i) {
         EXPECT_EQ(dispatch("w" + std::to_string(i)), "");
@@ -127,7 +127,7 @@ TEST_F(CommandLoopTest, QueueSurvivesEveryCommandButSave) {
     EXPECT_EQ(_gQueryString, Queue{"a=1"});
 }
 
-TEST_F(CommandLoopTest, SessionAsksWithThePromptUntilTheInputEndsAndLogsOutOnce) {
+TEST_F(CommandLoopTest, SessionPromptsUntilTheInputEndsAndLogsOutOnce) {
     EXPECT_EQ(run_session({"a=1", "b=2"}), "");
     EXPECT_EQ(outside.prompts, Lines(3, "tessel:> "));
     EXPECT_EQ(_gQueryString, (Queue{"a=1", "b=2"}));
@@ -144,7 +144,7 @@ TEST_F(CommandLoopTest, ExitEndsTheSessionAndLogsOutOnce) {
     EXPECT_EQ(outside.clients[0].request["PATH_INFO"], "logout.cgi");
 }
 
-TEST_F(CommandLoopTest, SessionThatIsToEndAsksNothingButLogsOut) {
+TEST_F(CommandLoopTest, SessionAskedToEndOnlyLogsOut) {
     _gDoExit = true;
     EXPECT_EQ(run_session({"a=1"}), "");
     EXPECT_EQ(outside.prompts, Lines{});

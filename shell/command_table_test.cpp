@@ -64,7 +64,7 @@ TEST_F(CommandTableTest, HelpLeavesTheQueueAndTheSessionAsTheyAre) {
     EXPECT_FALSE(_gDoExit);
 }
 
-TEST_F(CommandTableTest, RowsStandInTheirFixedOrderAndEndWithARowOfNulls) {
+TEST_F(CommandTableTest, RowsAreInTheirFixedOrderAndEndWithARowOfNulls) {
     const std::vector<std::pair<std::string, CommandHandler>> rows = {
         {"list", handle_list},     {"get", handle_get},       {"save", handle_save},
         {"exit", nullptr},  // private to the table, and so is help

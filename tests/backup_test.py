@@ -483,7 +483,7 @@ def test_folder_in_place_of_the_restore_log_is_left_alone(device, console, statu
     assert device.path(RESTORE_LOG).is_dir()
 
 
-def test_restore_goes_on_when_its_interpreter_alone_is_killed(device, console):
+def test_restore_continues_when_only_its_interpreter_is_killed(device, console):
     wait = b"while [ ! -e /record/%s ]; do sleep 0.01; done\n"
     kill = b"kill -KILL $PPID\n"
     device.record_calls("wget", wait % b"restored" + kill + wait % b"go" + b"echo archive")
@@ -517,7 +517,7 @@ def test_missing_reboot_does_not_matter(device, console):
     assert console.command(b"save") == b"ERROR: Nothing to save\n"
 
 
-def test_session_goes_on_after_a_restore_and_logs_out_once(device, console):
+def test_session_continues_after_a_restore_and_logs_out_once(device, console):
     device.record_requests()
     transfer(console, b"restore")
     assert console.command(b"help exit") == b"\nexit\t\tExit tessel.\n\n"

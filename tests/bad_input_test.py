@@ -106,7 +106,7 @@ def answer_to(result, line):
     return rest[: rest.index(PROMPT)]
 
 
-def test_session_outlives_a_broken_menu_tree(device, broken):
+def test_session_survives_a_broken_menu_tree(device, broken):
     broken(device, MENU_TREE)
     device.record_requests(answer=b"saved\n")
     result = device.run(LOGIN + b"a=1\nlist\nget sip\nget ext_dnd 201\nsave\nexit\n")
@@ -118,7 +118,7 @@ def test_session_outlives_a_broken_menu_tree(device, broken):
 
 
 @pytest.mark.parametrize("broken_menu", [missing, unreadable, folder, pipe_without_writer, empty])
-def test_menu_tree_that_cannot_be_read_offers_nothing(device, broken_menu):
+def test_unreadable_menu_tree_offers_nothing(device, broken_menu):
     broken_menu(device, MENU_TREE)
     assert device.log_in().command(b"list") == (
         b"\n*** General configuration parts ***\n\n\n*** Extension configuration parts ***\n\n\n"
@@ -134,7 +134,7 @@ def test_broken_access_database_lets_nobody_in(device, broken):
     assert [request["PATH_INFO"] for request in device.requests()] == ["logout.cgi"]
 
 
-def test_session_and_queue_outlive_a_broken_extension_database(device, broken):
+def test_session_and_queue_survive_a_broken_extension_database(device, broken):
     broken(device, EXTENSION_DATABASE)
     device.record_requests(answer=b"saved\n")
     result = device.run(LOGIN + b"a=1\nget ext_dnd 209\nget sip\nsave\nexit\n")
@@ -145,7 +145,7 @@ def test_session_and_queue_outlive_a_broken_extension_database(device, broken):
     assert device.read(SAVE_FILE) == b"VERSION=2.1.4\na=1\n"
 
 
-def test_broken_version_file_spoils_the_version_line_alone(device, broken):
+def test_broken_version_file_affects_only_the_version_line(device, broken):
     broken(device, VERSION_FILE)
     device.record_requests(answer=b"saved\n")
     result = device.run(LOGIN + b"a=1\nb=2\nsave\nsave\nexit\n")
@@ -218,7 +218,7 @@ def client_closes_its_output(device):
     ],
     ids=lambda function: function.__name__,
 )
-def test_session_goes_on_without_an_answer(device, client):
+def test_session_continues_without_an_answer(device, client):
     client(device)
     device.write(SUMMARY_FILE, b"VERSION=1\nold=1\n")
     result = device.run(LOGIN + b"get sip\na=1\nget sip\nsave\nsave\nexit\n")
@@ -240,7 +240,7 @@ def test_session_goes_on_without_an_answer(device, client):
     assert device.read(SAVE_FILE) == b"VERSION=2.1.4\na=1\n"
 
 
-def test_megabytes_answered_to_get_are_thrown_away(device):
+def test_answer_of_megabytes_to_get_is_discarded(device):
     device.write("/record/large", b"0123456789abcde\n" * (MEGABYTE // 2))
     device.stand_in("fcgiclient", b"/usr/bin/cat /record/large\n")
     device.write(SUMMARY_FILE, b"VERSION=1\na=1\n")
@@ -252,7 +252,7 @@ def test_megabytes_answered_to_get_are_thrown_away(device):
     "answer",
     [b"0123456789abcde\n" * (MEGABYTE // 2), b"x" * (8 * MEGABYTE), b"#ERR" * (2 * MEGABYTE)],
 )
-def test_megabytes_answered_to_save_are_shown_whole(device, answer):
+def test_answer_of_megabytes_to_save_is_shown_whole(device, answer):
     device.record_requests(answer=answer)
     result = device.run(LOGIN + b"a=1\nsave\nexit\n")
     assert result.output == (
@@ -260,13 +260,13 @@ def test_megabytes_answered_to_save_are_shown_whole(device, answer):
     )
 
 
-def test_megabytes_of_markers_are_rewritten(device):
+def test_megabytes_of_markers_are_replaced(device):
     device.record_requests(answer=b"#ERROR#VAL#MSG#END\\n" * (MEGABYTE // 4))
     result = device.run(LOGIN + b"a=1\nsave\nexit\n")
     assert answer_to(result, b"save") == b"Error in =. \n" * (MEGABYTE // 4)
 
 
-def test_endless_answer_to_the_logout_does_not_hold_up_the_end(device):
+def test_endless_answer_to_the_logout_does_not_delay_the_end(device):
     device.stand_in("fcgiclient", b"while echo more; do :; done 2>/dev/null\n")
     assert device.run(LOGIN + b"exit\n").status == 0
 
@@ -306,7 +306,7 @@ def test_odd_summary_file(device, summary, text):
     "spoil", [missing, unreadable, folder, dangling_link, link_to_itself],
     ids=lambda function: function.__name__,
 )
-def test_summary_file_that_cannot_be_read(device, spoil):
+def test_unreadable_summary_file(device, spoil):
     device.record_requests()
     device.write(SUMMARY_FILE, b"VERSION=1\na=1\n")
     spoil(device, SUMMARY_FILE)
@@ -346,7 +346,7 @@ def disk_full(device):
     ],
     ids=lambda function: function.__name__,
 )
-def test_save_file_that_cannot_be_written(device, spoil):
+def test_unwritable_save_file(device, spoil):
     device.record_requests(answer=b"nothing to read\n")
     spoil(device)
     console = device.log_in()
@@ -357,7 +357,7 @@ def test_save_file_that_cannot_be_written(device, spoil):
     assert console.leave() == 0
 
 
-def test_command_interpreter_that_is_missing(device):
+def test_missing_command_interpreter(device):
     console = device.log_in()
     device.remove("/bin/sh")
     console.command(b"a=1")

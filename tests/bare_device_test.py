@@ -150,7 +150,7 @@ def test_restore_with_wget_of_busybox(bare_device, server, path):
 
 
 @pytest.mark.parametrize("path", [b"other", b"missing", b"sharp%23;name"])
-def test_restore_of_what_is_no_archive_fails(bare_device, server, path):
+def test_restore_of_a_file_that_is_not_an_archive_fails(bare_device, server, path):
     console = bare_device.log_in()
     assert restore(console, server, path).endswith(RESTORE_FAILED)
     assert not bare_device.path("/rebooted").exists()
@@ -166,7 +166,7 @@ TO_START = b"\x01"
 
 
 @pytest.mark.parametrize("term", TERMINALS)
-def test_long_line_goes_on_in_the_next_row_of_a_known_terminal(bare_device, term):
+def test_long_line_wraps_on_a_known_terminal(bare_device, term):
     bare_device.add_terminal(term)
     console = bare_device.log_in(term=term, **NARROW)
     console.type(LONG)
@@ -177,7 +177,7 @@ def test_long_line_goes_on_in_the_next_row_of_a_known_terminal(bare_device, term
 
 
 @pytest.mark.parametrize("term", TERMINALS)
-def test_long_line_is_shifted_on_an_unknown_terminal(bare_device, term):
+def test_long_line_scrolls_sideways_on_an_unknown_terminal(bare_device, term):
     console = bare_device.log_in(term=term, **NARROW)
     console.type(LONG)
     console.read_until(b"<")

@@ -117,7 +117,7 @@ def test_the_builders_hardening_wins(folder, flags, pattern, wins):
     assert last(compile_command(folder), f"(?i){pattern}") == wins
 
 
-def test_flags_that_change_are_looked_at_again(folder):
+def test_changed_flags_are_checked_again(folder):
     configure(folder)
     configure(folder, "-DCMAKE_CXX_FLAGS=-D_FORTIFY_SOURCE=3", fresh=False)
     assert "-D_FORTIFY_SOURCE=2" not in compile_command(folder)
@@ -149,7 +149,7 @@ def copy_readline(folder):
     return folder
 
 
-def test_readline_anywhere_and_flags_of_ones_own(tmp_path):
+def test_readline_in_any_folder_and_custom_flags(tmp_path):
     """Builds without a warning, and neither program tells the loader where to look."""
     build = WORK / "flags"
     output = configure(
@@ -170,7 +170,7 @@ def test_readline_anywhere_and_flags_of_ones_own(tmp_path):
         assert "RPATH" not in facts and "RUNPATH" not in facts
 
 
-def test_a_static_program_with_an_ncurses_that_is_one_library(tmp_path):
+def test_a_static_program_with_an_ncurses_without_tinfo(tmp_path):
     """It needs nothing, stands at any address, and runs."""
     libraries = WORK / "ncurses"
     shutil.rmtree(libraries, ignore_errors=True)
@@ -204,7 +204,7 @@ int old_timer_delete(timer_t t) { return timer_delete(t); }
 """
 
 
-def test_a_c_library_with_timers_in_a_library_of_their_own(folder, tmp_path):
+def test_a_c_library_with_timers_in_librt(folder, tmp_path):
     """As glibc before 2.34; here they have another name, so that the C library has none."""
     (tmp_path / "rt.c").write_text(OLD_TIMERS)
     run("gcc", "-fPIC", "-c", tmp_path / "rt.c", "-o", tmp_path / "rt.o")

@@ -521,7 +521,7 @@ def failing_shell(call, which, how):
     )
 
 
-def test_nothing_fails(gateway):
+def test_session_without_a_failing_call(gateway):
     check(gateway, gateway.run(b"".join(TYPED.values())), UNCHANGED)
 
 
@@ -535,7 +535,7 @@ def test_call_fails(gateway, call, which, how):
     check(gateway, result, outcome)
 
 
-def test_session_goes_on_without_its_turn_when_another_one_hangs(gateway):
+def test_session_continues_without_its_turn_when_another_one_hangs(gateway):
     with turn(gateway):
         result = gateway.run(b"".join(TYPED.values()), *failing_shell("nanosleep", "every", "nothing"))
     assert gateway.read(RECORD).count(b"\n") > 1000, "there was no wait"
@@ -550,7 +550,7 @@ def failing_console(device, call, which, how):
 
 
 @pytest.mark.parametrize("number", [2, 3, 4])
-def test_terminal_that_is_none_any_more_ends_the_session(gateway, number):
+def test_lost_terminal_ends_the_session(gateway, number):
     """The shell looks after every answer: to the user name, the password and the prompt."""
     console = failing_console(gateway, "isatty", number, "EIO")
     console.read_until(b"Username: ")

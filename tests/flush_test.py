@@ -130,7 +130,7 @@ def test_refusal_is_flushed_at_once(device, hand_over, line, text):
         ),
     ],
 )
-def test_text_that_is_not_flushed_leaves_with_the_next_prompt(device, line, text):
+def test_unflushed_text_is_written_with_the_next_prompt(device, line, text):
     # At a terminal the line editor flushes once more before its prompt.
     assert writes_of_command(device, line, through_a_pipe) == [text + PROMPT]
 
@@ -151,6 +151,6 @@ def test_third_refusal_is_flushed_at_once(device):
     assert writes(device) == [GREETING] + 3 * [b"Username: ", REFUSAL]
 
 
-def test_line_feed_behind_the_login_leaves_with_the_first_prompt(device):
+def test_line_feed_after_the_login_is_written_with_the_first_prompt(device):
     device.run(b"admin\ngateway\n", *TRACE)
     assert writes(device) == [GREETING, b"Username: ", b"admin", b"\n", b"\n" + PROMPT]

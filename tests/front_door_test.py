@@ -53,7 +53,7 @@ def pytest_at_terminal(*words):
 # The terminal of whoever runs the tests
 
 
-def test_no_program_of_a_test_reaches_the_terminal(tmp_path):
+def test_no_program_that_a_test_starts_reaches_the_terminal(tmp_path):
     (tmp_path / "intruder_test.py").write_text(INTRUDER)
     # Without -s pytest itself would keep them from its standard streams.
     status, seen = pytest_at_terminal(
@@ -63,7 +63,7 @@ def test_no_program_of_a_test_reaches_the_terminal(tmp_path):
     assert "2 passed" in seen
 
 
-def test_tests_run_at_a_terminal_as_without_one():
+def test_tests_run_with_a_terminal_and_without_one():
     some = [TESTS / f"{name}_test.py" for name in ("help", "session_picture", "include_graph")]
     status, seen = pytest_at_terminal(*some)
     assert (status, "failed" in seen) == (0, False), seen
@@ -83,7 +83,7 @@ def test_programs_are_started_in_one_place():
     assert found == {"programs.py"}
 
 
-def test_temporary_files_stand_in_the_build_folder(tmp_path):
+def test_temporary_files_are_in_the_build_folder(tmp_path):
     made = programs.run(["mktemp"], capture_output=True, text=True, check=True, env=ENVIRONMENT)
     with tempfile.NamedTemporaryFile() as file:
         for path in (tmp_path, Path(made.stdout.strip()), Path(file.name)):
@@ -91,7 +91,7 @@ def test_temporary_files_stand_in_the_build_folder(tmp_path):
     Path(made.stdout.strip()).unlink()
 
 
-def test_a_terminal_that_was_changed_or_read_from_is_noticed():
+def test_changing_or_reading_the_terminal_is_detected():
     assert at_terminal("sh", "-c", "echo seen; exit 3") == (3, "typed ahead\nseen\n")
     status, seen = at_terminal("stty", "-echo")
     assert (status, "other settings" in seen) == (1, True)
@@ -404,7 +404,7 @@ def test_a_copied_clone_runs_what_it_holds_itself(clone):
     assert not (clone.folder / "build/run/tessel").exists()
 
 
-def test_greeting_tells_how_to_back_up(clone):
+def test_greeting_says_how_to_back_up(clone):
     shown = clone.at_terminal()
     with contextlib.closing(shown):
         shown.expect_exact("Please, login")
@@ -433,7 +433,7 @@ def test_greeting_tells_how_to_back_up(clone):
         shown.expect_exact(pexpect.EOF)
 
 
-def test_greeting_tells_how_to_leave_and_what_becomes_of_other_words(clone):
+def test_greeting_says_how_to_leave_and_that_other_words_are_settings(clone):
     shown = clone.at_terminal()
     with contextlib.closing(shown):
         shown.expect_exact("Username: ")
@@ -502,7 +502,7 @@ def test_a_second_run_waits_until_the_first_has_built(clone):
             assert re.search("is running.* build/gateway|is running on .*build/gateway", second.before)
 
 
-def test_backups_outlive_fresh_settings(clone):
+def test_backups_survive_fresh_settings(clone):
     ftp = ("127.0.0.1", "", "", "backup", "secret")
     assert "1 setting saved" in clone.play("sip.local_port=5071", "save", "backup", *ftp)
     assert "sip.local_port=5071" in clone.play("get sip")

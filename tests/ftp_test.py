@@ -85,7 +85,7 @@ def assert_refused(device, console, outcome, log, before):
 # The whole story
 
 
-def test_backup_brings_back_the_settings_of_its_time(device):
+def test_restore_brings_back_the_settings_of_the_backup(device):
     console = device.log_in()
     change(console, b"sip.local_port=5070")
     start = datetime.now(timezone.utc)
@@ -198,7 +198,7 @@ def test_no_room_and_no_right_to_write_on_the_server(device, options):
 
 
 @pytest.mark.parametrize("size, log", [(0, EMPTY), (1, FOREIGN), (100, CUT), (300, CUT)])
-def test_server_that_drops_the_connection_in_mid_transfer(device, size, log):
+def test_server_drops_the_connection_during_a_transfer(device, size, log):
     device.write(f"{HOME}/x.bin", archive_of(device.read(STORE)))
     device.serve_ftp(f"--drop-after {size}")
     console = device.log_in()
@@ -217,7 +217,7 @@ done
 """
 
 
-def test_server_that_ends_in_mid_upload(device):
+def test_server_ends_during_an_upload(device):
     halves = (b"echo the first half\n", b"echo the second half\n")
     device.stand_in("backupconfig", END_SERVER.join(halves))
     console = device.log_in()
@@ -227,7 +227,7 @@ def test_server_that_ends_in_mid_upload(device):
     assert backup(console) == BACKUP_FAILED
 
 
-def test_server_that_ends_in_mid_download(device):
+def test_server_ends_during_a_download(device):
     # More than fits on the way, so that the server is still at it.
     device.write(f"{HOME}/x.bin", archive_of(b"filler=0123456789abcdef0123456789abcdef\n" * 10**6))
     device.write("/record/backupconfig", device.read("/bin/backupconfig"), mode=0o755)
@@ -274,7 +274,7 @@ def make_unreadable(device, name):
     [lambda device, name: None, lambda device, name: device.make_folder(name), make_unreadable],
     ids=["missing", "folder", "unreadable"],
 )
-def test_file_that_the_server_does_not_hand_out(device, make):
+def test_file_that_the_server_does_not_serve(device, make):
     make(device, f"{HOME}/x.bin")
     console = device.log_in()
     before = state(device)
@@ -386,7 +386,7 @@ def test_percent_sign_before_two_digits_is_decoded_once_by_wput_and_twice_by_wge
 
 
 @pytest.mark.parametrize("command, characters", [("backup", NOT_BY_WPUT), ("restore", NOT_BY_WGET)])
-def test_characters_that_a_password_cannot_hold_as_they_stand(device, command, characters):
+def test_characters_that_a_password_cannot_hold_unescaped(device, command, characters):
     device.serve_ftp("--any-login")
     console = device.log_in()
     for character in characters:

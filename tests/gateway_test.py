@@ -216,7 +216,7 @@ def test_start_ends_with_the_status_of_the_command(gateway, status):
     assert gateway.start("sh", "-c", f"exit {status}").returncode == status
 
 
-def test_start_tells_of_a_command_that_a_signal_ended(gateway):
+def test_start_reports_a_command_that_a_signal_ended(gateway):
     done = gateway.start("sh", "-c", "kill -KILL $$")
     assert (done.returncode, done.stdout) == (137, b"")
 
@@ -242,7 +242,7 @@ def test_a_root_in_use_is_refused(gateway):
     assert gateway.start("true").returncode == 0
 
 
-def test_start_tells_why_the_back_end_does_not_start(gateway, tmp_path):
+def test_start_reports_why_the_back_end_does_not_start(gateway, tmp_path):
     folder = tmp_path / "program"
     (folder / "gateway").mkdir(parents=True)
     broken = folder / "gateway/gateway_backend"
@@ -255,7 +255,7 @@ def test_start_tells_why_the_back_end_does_not_start(gateway, tmp_path):
     assert b"out of order" in done.stderr
 
 
-def test_start_tells_a_sandbox_that_cannot_be_made_from_a_failed_command(gateway):
+def test_start_distinguishes_a_failed_sandbox_from_a_failed_command(gateway):
     gateway.file("/usr").rmdir()
     gateway.file("/usr").write_text("no place for a folder")
     done = gateway.start("true")
@@ -272,7 +272,7 @@ def test_the_environment_is_cleared(gateway, monkeypatch):
     assert set(gateway.start("env").stdout.decode().split()) == expected - {"TERM=dumb"}
 
 
-def test_standard_input_and_output_are_the_callers(gateway):
+def test_standard_input_and_output_are_inherited(gateway):
     assert gateway.start("cat", typed="one\ntwo").stdout == b"one\ntwo"
 
 
@@ -285,7 +285,7 @@ def test_nothing_of_the_host_can_be_written_or_reached(gateway):
     assert output.split() == ["lo"]
 
 
-def test_file_rights_count_whoever_starts_the_gateway(gateway):
+def test_file_permissions_apply_whoever_starts_the_gateway(gateway):
     output = gateway.sh(
         "echo secret >/tmp/f; chmod 0 /tmp/f; cat /tmp/f 2>&1; chmod 500 /tmp;"
         " touch /tmp/g 2>/dev/null || echo refused; chmod 700 /tmp"
@@ -293,14 +293,14 @@ def test_file_rights_count_whoever_starts_the_gateway(gateway):
     assert output == "cat: /tmp/f: Permission denied\nrefused\n"
 
 
-def test_start_puts_nothing_back_that_was_taken_away(gateway):
+def test_start_does_not_restore_removed_files(gateway):
     gateway.file("/bin/fcgiclient").unlink()
     gateway.file("/etc/menutree.conf").unlink()
     gateway.file("/tmp/acldb").unlink()
     assert gateway.sh("ls /bin/fcgiclient /etc/menutree.conf /tmp/acldb 2>/dev/null; true") == ""
 
 
-def test_a_program_of_a_test_takes_the_place_of_the_devices(gateway):
+def test_a_test_can_replace_a_program_of_the_device(gateway):
     client = gateway.file("/bin/fcgiclient")
     client.write_text('#!/bin/sh\necho "mine: $PATH_INFO"\n')
     assert gateway.sh("request logout.cgi") == "mine: logout.cgi\n"
@@ -349,7 +349,7 @@ def test_without_a_terminal_the_command_has_none(gateway):
     terminal.expect(pexpect.EOF)
 
 
-def test_the_gateway_outlives_keys_that_send_signals(gateway):
+def test_the_gateway_survives_keys_that_send_signals(gateway):
     terminal = gateway.on_terminal(
         "trap 'echo INT' INT; trap 'echo QUIT' QUIT; echo READY;"
         " until read -r line; do :; done; request logout.cgi; exit 6"
@@ -365,7 +365,7 @@ def test_the_gateway_outlives_keys_that_send_signals(gateway):
     assert terminal.exitstatus == 6
 
 
-def test_a_command_that_handles_no_signal_ends_by_ctrl_c(gateway):
+def test_ctrl_c_ends_a_command_that_handles_no_signal(gateway):
     terminal = gateway.on_terminal("echo READY; exec sleep 1000")
     sandbox = Sandbox(gateway.root)
     terminal.sendintr()
@@ -421,7 +421,7 @@ def test_the_back_end_is_detached_from_the_terminal(gateway):
 
 
 @pytest.mark.parametrize("number", [signal.SIGHUP, signal.SIGINT, signal.SIGQUIT])
-def test_the_back_end_outlives_what_is_meant_for_the_command(gateway, number):
+def test_the_back_end_survives_signals_to_the_command(gateway, number):
     process = gateway.background(
         f"{PRELUDE} trap 'request nosuch.cgi; echo asked' {int(number)}; echo READY;"
         " until read -r line; do :; done"
@@ -442,7 +442,7 @@ def test_without_a_terminal_signals_to_start_reach_the_command(gateway, number):
     assert sandbox.has_ended()
 
 
-def test_nothing_is_left_when_start_is_killed(gateway):
+def test_no_process_is_left_when_start_is_killed(gateway):
     process = gateway.background("echo READY; exec sleep 1000")
     sandbox = Sandbox(gateway.root)
     process.kill()
@@ -450,7 +450,7 @@ def test_nothing_is_left_when_start_is_killed(gateway):
     assert sandbox.has_ended()
 
 
-def test_nothing_is_left_when_the_command_ends(gateway):
+def test_no_process_is_left_when_the_command_ends(gateway):
     process = gateway.background("sleep 1000 & setsid sleep 1000 & echo READY; read -r line")
     sandbox = Sandbox(gateway.root)
     process.communicate(b"\n", timeout=TIMEOUT)
@@ -530,11 +530,11 @@ def test_every_offered_part_has_a_text_that_can_be_typed_back(gateway):
         "&extensionName=201",
     ],
 )
-def test_a_part_or_extension_that_is_none_has_no_settings(gateway, query):
+def test_an_unknown_part_or_extension_has_no_settings(gateway, query):
     assert gateway.sh(f"summary '{query}'") == "ERROR: there is no such part\nVERSION=2.1.4\n"
 
 
-def test_a_summary_that_cannot_be_written_is_survived(gateway):
+def test_the_back_end_survives_an_unwritable_summary_file(gateway):
     output = gateway.sh(
         "mkdir /tmp/script_legconftmp.txt;"
         " request getconfsummary.cgi 'cgiaction=x&parampattern=sip'; request logout.cgi"
@@ -665,13 +665,13 @@ def test_only_the_save_file_of_the_shell_is_read(gateway):
     assert gateway.sh("request putconf.cgi") == refused + "#END\\n"
 
 
-def test_a_missing_save_file_is_told(gateway):
+def test_a_missing_save_file_is_reported(gateway):
     assert gateway.sh("save_file") == (
         "#ERROR_GLOBAL#MSG/tmp/consoleLCFile cannot be read. Nothing was saved#END\\n"
     )
 
 
-def test_settings_that_cannot_be_stored_are_not_there_at_the_next_get(gateway):
+def test_settings_that_cannot_be_stored_do_not_appear_in_the_next_get(gateway):
     output = gateway.sh(
         "chmod 500 /var/lib/gateway; save ntp.interval=61; summary '&parampattern=ntp';"
         " chmod 700 /var/lib/gateway; save ntp.interval=62"
@@ -715,12 +715,12 @@ def test_unknown_programs_and_methods_get_an_error_text(gateway):
     )
 
 
-def test_a_request_is_carried_out_although_nobody_reads_the_answer(gateway):
+def test_a_request_is_carried_out_even_if_nobody_reads_the_answer(gateway):
     gateway.sh("request logout.cgi | exec true; request nosuch.cgi >&-; true")
     assert gateway.requests() == ["GET logout.cgi", "GET nosuch.cgi"]
 
 
-def test_the_client_passes_megabytes_unchanged(gateway):
+def test_the_client_passes_on_megabytes_unchanged(gateway):
     lines = [f"nosuch.{number}={64 * 'x'}" for number in range(30000)]
     gateway.file("/tmp/consoleLCFile").write_text("\n".join(["VERSION=2.1.4", *lines]) + "\n")
     expected = "".join(
@@ -762,7 +762,7 @@ def test_a_backup_is_restored_and_served_after_a_reboot(gateway):
     ]
 
 
-def test_words_that_the_ftp_client_adds_are_ignored(gateway):
+def test_arguments_that_the_ftp_client_adds_are_ignored(gateway):
     gateway.sh(
         "backupconfig -b -d stdout >/tmp/a;"
         ' backupconfig -b -d stdout ftp "backup" "127.0.0.1" 21 "/" "config.bin" >/tmp/b'
@@ -957,7 +957,7 @@ def test_install_packages_says_what_to_do_without_sudo(install):
     assert "apt-get install -y g++\n" in done.stderr
 
 
-def test_install_packages_knows_no_other_group(install):
+def test_install_packages_refuses_an_unknown_group(install):
     done, did = install("biuld", installed=[])
     assert (done.returncode, did) == (2, [])
     assert "no group biuld" in done.stderr

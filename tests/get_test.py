@@ -123,7 +123,7 @@ def test_extension_database_is_read_anew_by_every_get(device):
     assert console.command(b"get ext_forward 201") == NO_EXTENSION
 
 
-def test_extension_database_is_not_asked_about_an_unknown_part(device):
+def test_extension_database_is_not_read_for_an_unknown_part(device):
     device.remove(EXTENSION_DATABASE)
     assert device.log_in().command(b"get nothing 201") == NO_PART
 
@@ -135,7 +135,7 @@ def test_name_in_both_catalogues_is_the_extension_part_with_an_extension_only(de
     assert console.command(b"get fax 220") == b"\nFax line for extension 220\n\n" + END
 
 
-def test_part_with_the_empty_name_cannot_be_asked_for(device):
+def test_part_with_the_empty_name_cannot_be_requested(device):
     device.write("/etc/menutree.conf", b"ITEM /cgi-bin/ {\nACL = auto\n}\n")
     console = device.log_in()
     assert console.command(b"get") == SYNTAX
@@ -154,7 +154,7 @@ def test_part_with_the_empty_name_cannot_be_asked_for(device):
         ("./x/", "/x/telephony/extensiondb"),
     ],
 )
-def test_extension_database_stands_below_tarn_path_as_it_is_written(device, value, database):
+def test_tarn_path_is_used_exactly_as_given(device, value, database):
     device.write(database, b"section extension {\na = 555\n}\n")
     device.record_requests()
     console = device.log_in("/bin/env", f"TARN_PATH={value}", SHELL)
@@ -277,7 +277,7 @@ def test_missing_client_shows_the_old_summary(device):
     )
 
 
-def test_client_that_cannot_be_started_leaves_the_heading_alone(device):
+def test_only_the_heading_is_printed_when_the_client_cannot_be_started(device):
     device.record_requests(summary=b"VERSION=1\na=1\n")
     # With room for four open files there is none for a pipe.
     console = device.log_in("/bin/sh", "-c", f"ulimit -n 5; exec {SHELL}")

@@ -281,14 +281,14 @@ def test_command_that_is_typed_as_an_answer_does_not_run(device, place, command)
         ({"user": "127.0.0.1:2121/", "password": "X"}, "as it stands"),
     ],
 )
-def test_commands_do_run_when_nobody_minds_the_interpreter_behind_wput(device, answers, form):
+def test_commands_run_without_quoting_for_wputs_interpreter(device, answers, form):
     typed = ["$(touch canary)", "`touch canary`", '";touch canary;"']
     runs = typed + ([escaped(text) for text in typed] if form == "decoded" else [])
     cases = [shifted(answers, text) for text in runs]
     assert cases_that_ran(device, careless_lines(cases), cases) == cases
 
 
-def test_commands_do_run_when_nobody_minds_a_backslash_before_the_quote(device):
+def test_commands_run_without_escaping_a_backslash_before_the_quote(device):
     # Not into the same folder: of two clients that make it at once one gives up.
     path = "dir/{};touch canary #"
     users = ("u\\", "u%5C", "u%5c")
@@ -297,7 +297,7 @@ def test_commands_do_run_when_nobody_minds_a_backslash_before_the_quote(device):
 
 
 @pytest.mark.parametrize("direction", ["backup", "restore"])
-def test_commands_do_run_when_nobody_minds_the_interpreter_of_the_command_line(device, direction):
+def test_commands_run_without_quoting_for_the_command_interpreter(device, direction):
     cases = [{**GOOD, place: ";touch canary;"} for place in PLACES]
     lines = [line.replace(b"'", b"") for line in command_lines(direction, cases)]
     assert cases_that_ran(device, lines, cases) == cases
@@ -345,7 +345,7 @@ def with_line_ends(form="x{}DELE"):
 
 @pytest.mark.parametrize("locale", ["C", "C.UTF-8"])
 @pytest.mark.parametrize("direction", ["backup", "restore"])
-def test_answer_makes_no_line_of_its_own_for_the_server(device, direction, locale):
+def test_no_answer_sends_an_extra_line_to_the_server(device, direction, locale):
     cases = with_line_ends()
     assert cases_that_ran(device, command_lines(direction, cases), cases, locale) == []
     assert injected(device) == []
@@ -358,7 +358,7 @@ def test_answer_makes_no_line_of_its_own_for_the_server(device, direction, local
 
 
 @pytest.mark.parametrize("place", ["path", "user", "password"])
-def test_lines_are_sent_when_nobody_minds_line_ends(device, place):
+def test_extra_lines_are_sent_without_treating_line_ends(device, place):
     ends = ("\n", "\r\n", "%0a", "%0D%0A")
     (line,) = command_lines("backup", [{**GOOD, place: "x<END>DELE"}])
     lines = [line.replace(b"<END>", end.encode()) for end in ends]
@@ -367,7 +367,7 @@ def test_lines_are_sent_when_nobody_minds_line_ends(device, place):
 
 
 @pytest.mark.parametrize("place", ["path", "user", "password"])
-def test_blanks_are_sent_when_nobody_minds_line_ends(device, place):
+def test_blanks_are_sent_without_treating_line_ends(device, place):
     ends = ("\n", "\r\n", "%0a", "%0D%0A", "%250a")
     (line,) = command_lines("restore", [{**GOOD, place: "x<END>DELE"}])
     lines = [line.replace(b"<END>", end.encode()) for end in ends]

@@ -71,7 +71,7 @@ def test_arguments_change_nothing(device, argument):
     assert console.command(b"list " + argument) == console.command(b"list")
 
 
-def test_names_stand_in_byte_order(device):
+def test_names_are_in_byte_order(device):
     names = [b"b", b"a", b"B", b"1", b"aa", b"_", b"a-b", b"a.b", b"\xc3\xa4", b"~"]
     assert listed(device, *(item(name) for name in names)) == listing(
         name + b" (" + name + b")"
@@ -134,7 +134,7 @@ def test_caption_is_the_quoted_text_of_the_title_or_else_the_name(device, title,
         (None, False, False),
     ],
 )
-def test_access_list_decides_where_an_item_stands(device, acl, general, extension):
+def test_access_list_decides_where_an_item_is_listed(device, acl, general, extension):
     line = [b"part (Title)"]
     assert listed(device, item(b"part", acl, b'"Title"')) == listing(
         line if general else [], line if extension else []
@@ -167,7 +167,7 @@ def test_first_item_of_a_name_keeps_its_caption(device):
     ) == listing([b"sip (First)"], [b"sip (Third)"])
 
 
-def test_order_and_first_of_a_name_do_not_depend_on_where_names_differ(device):
+def test_sorting_and_duplicate_names_do_not_depend_on_where_names_differ(device):
     starts = [b"same_beginning_of_all"[:length] for length in range(22)]
     names = sorted({start + end for start in starts for end in (b"", b"a", b"\xff")} - {b""})
     # Neither in order nor in reverse
@@ -189,11 +189,11 @@ def test_menu_changed_while_the_shell_runs_is_seen_by_the_next_one(device):
     assert device.log_in().command(b"list") == listing([b"new (new)"])
 
 
-def test_opening_brace_may_stand_on_a_line_of_its_own(device):
+def test_opening_brace_may_be_alone_on_the_next_line(device):
     device.write(MENU_TREE, b'# menu\nITEM sip\n{\nACL=auto # all\nCAP="SIP"\n}\n')
     assert device.log_in().command(b"list") == listing([b"sip (SIP)"])
 
 
-def test_entries_behind_the_closing_brace_belong_to_no_item(device):
+def test_entries_after_the_closing_brace_belong_to_no_item(device):
     items = (item(b"sip", caption=None), b'CAP = "stray"\n', item(b"dns", acl=None), b"ACL = auto\n")
     assert listed(device, *items) == listing([b"sip (sip)"])

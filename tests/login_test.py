@@ -271,7 +271,7 @@ def test_tab_completes_names_of_files_before_the_login(device):
     console.exchange(b"/etc/menut\t", b"Password: ", echo=b"/etc/menutree.conf ")
 
 
-def test_no_key_tells_of_accounts_before_the_login(device):
+def test_no_key_reveals_accounts_before_the_login(device):
     console = device.console()
     console.read_until(b"Username: ")
     console.exchange(b"~root\x1b&", b"Password: ", echo=b"~root")

@@ -431,11 +431,11 @@ def try_to_copy(ssh):
     return done.stdout.decode().splitlines(), made
 
 
-def test_copying_programs_get_nowhere(ssh):
+def test_copying_over_ssh_fails(ssh):
     assert try_to_copy(ssh) == ([], [])
 
 
-def test_copying_programs_work_with_another_shell(device):
+def test_copying_over_ssh_works_with_another_shell(device):
     """So it is the shell that stops them, and not the way they are called here."""
     ssh = SshDevice(device, "openssh")
     ssh.add_account(recipe("/etc/passwd", "operator"))

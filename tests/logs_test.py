@@ -87,20 +87,20 @@ def test_anything_but_a_name_is_refused_and_runs_nothing(device, argument):
 
 
 @pytest.mark.parametrize("name", LOGS)
-def test_missing_log_leaves_the_word_to_cat(device, name):
+def test_error_for_a_missing_log_is_that_of_cat(device, name):
     device.remove(LOGS[name])
     words = words_of_cat(device, LOGS[name])
     assert device.log_in().command(b"show " + name) == words
 
 
-def test_unreadable_log_leaves_the_word_to_cat(device):
+def test_error_for_an_unreadable_log_is_that_of_cat(device):
     path = LOGS[b"sip"]
     device.write(path, b"secret\n", mode=0)
     words = words_of_cat(device, path)
     assert device.log_in().command(b"show sip") == words
 
 
-def test_missing_cat_is_told_by_the_command_interpreter_alone(device):
+def test_only_the_command_interpreter_reports_a_missing_cat(device):
     console = device.log_in("/bin/env", "PATH=/bin", "/bin/tessel")
     device.remove("/bin/cat")
     assert console.command(b"show sip") == b"sh: 1: cat: not found\n"

@@ -76,7 +76,7 @@ def test_setting_written_with_blanks_queues_its_name(device, console):
     assert saved(device, console) == [b"name", b"other"]
 
 
-def test_other_control_characters_are_no_blanks(device, console):
+def test_other_control_characters_are_not_blanks(device, console):
     console.command(NEXT_LITERAL + b"\x0ca=1" + NEXT_LITERAL + b"\x0c", echo=b"^La=1^L")
     assert saved(device, console) == [b"\x0ca=1\x0c"]
 
@@ -116,7 +116,7 @@ def test_hundred_settings_are_kept_in_the_order_typed(device, console):
     assert saved(device, console) == settings
 
 
-def test_setting_101_and_102_push_out_the_oldest_one_each(device, console):
+def test_settings_101_and_102_each_push_out_the_oldest(device, console):
     settings = [b"s%d=%d" % (number, number) for number in range(1, 103)]
     for setting in settings[:101]:
         assert console.command(setting) == b""

@@ -94,13 +94,13 @@ def test_shell_is_the_first_process_of_its_session_on_the_serial_line(machine, l
 
 
 @pytest.mark.parametrize("end", [b"exit\r", b"\x04"])
-def test_next_administrator_meets_the_login_after_the_end_of_a_session(machine, line, end):
+def test_next_administrator_gets_the_login_after_the_end_of_a_session(machine, line, end):
     line.type(end)
     line.meet_the_login()
     assert logouts(machine) == 1
 
 
-def test_next_administrator_meets_the_login_after_three_wrong_passwords(machine):
+def test_next_administrator_gets_the_login_after_three_wrong_passwords(machine):
     line = Line(machine)
     line.read_until(b"Username: ")
     for _ in range(2):
@@ -295,7 +295,7 @@ def assert_session_goes_on(machine, line, state, shell):
 
 
 @pytest.mark.parametrize("state", STATES)
-def test_lost_carrier_ends_the_session_and_the_next_administrator_meets_the_login(machine, state):
+def test_lost_carrier_ends_the_session_and_the_next_administrator_gets_the_login(machine, state):
     line = Line(machine)
     STATES[state].bring_about(machine, line)
     shell = shell_of(machine)
@@ -309,7 +309,7 @@ def test_lost_carrier_ends_the_session_and_the_next_administrator_meets_the_logi
     assert not saved(machine, "dns.domain")
 
 
-def test_line_without_modem_signals_keeps_the_session_when_the_plug_is_pulled(machine, line):
+def test_line_without_modem_signals_keeps_the_session_when_unplugged(machine, line):
     line.command(b"pending=1")
     machine.reconnect_line()
     again = Line(machine)
@@ -350,7 +350,7 @@ def test_more_than_the_line_holds_can_be_pasted(machine, line):
     assert rejected == [b"s%d" % number for number in range(900, 1000)]
 
 
-def test_terminal_is_the_serial_line_for_a_person(machine_room, tmp_path):
+def test_terminal_of_a_person_is_the_serial_line(machine_room, tmp_path):
     machine_room.close()
     words = [str(IMAGE), str(tmp_path)]
     machine = programs.on_terminal(str(START), words, env=ENVIRONMENT, timeout=PATIENCE)

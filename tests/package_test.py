@@ -142,7 +142,7 @@ def test_the_source_archive_builds_itself_again(archive, build):
     assert files_in(build / archive.name) == files_in(archive)
 
 
-def test_the_version_stands_in_one_place():
+def test_the_version_is_defined_in_one_place():
     version = project_version()
     others = {
         name
@@ -192,7 +192,7 @@ def test_install_honours_prefix_and_destdir(build, tmp_path):
     assert f"This page describes version {project_version()}.\n" in page
 
 
-def test_what_developers_read_comes_when_asked_for(build, tmp_path):
+def test_developers_documents_are_an_optional_component(build, tmp_path):
     run("cmake", "--install", build, "--prefix", tmp_path, "--component", "developers")
     documents = {path.name for path in (SOURCE_DIR / "docs").glob("*.[ms][dv]*")} - PAGES
     assert documents > {"testing.md", "session.svg"}
@@ -203,7 +203,7 @@ def test_what_developers_read_comes_when_asked_for(build, tmp_path):
     }
 
 
-def test_installed_pages_lead_to_installed_pages():
+def test_installed_pages_link_to_installed_pages():
     for name in PAGES:
         links = re.findall(r"\]\(([^):#]+)", read_text(SOURCE_DIR / "docs" / name))
         assert set(links) <= PAGES, name
@@ -236,7 +236,7 @@ def test_the_same_sources_make_the_same_packages(archive, build, package):
         assert (again / made.name).read_bytes() == made.read_bytes()
 
 
-def expect_nothing_that_lintian_minds(package):
+def expect_lintian_accepts(package):
     output = run(
         "lintian",
         "--allow-root",
@@ -251,8 +251,8 @@ def expect_nothing_that_lintian_minds(package):
     assert told == []
 
 
-def test_the_package_has_nothing_that_lintian_minds(package):
-    expect_nothing_that_lintian_minds(package)
+def test_lintian_accepts_the_package(package):
+    expect_lintian_accepts(package)
 
 
 @pytest.mark.parametrize(
@@ -278,7 +278,7 @@ def test_the_package_of_a_32_bit_device(arch, compiler, kind):
     depends = run("dpkg-deb", "-f", package, "Depends")
     assert re.fullmatch(r"libc6 \(>= 2\.\d+\), libreadline8t64 \| libreadline8\n", depends)
     assert kind in run("readelf", "-h", build / "tessel")
-    expect_nothing_that_lintian_minds(package)
+    expect_lintian_accepts(package)
 
 
 def test_the_package_holds_what_is_installed(package, tmp_path):

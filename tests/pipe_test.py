@@ -136,7 +136,7 @@ def test_order_of_a_programs_output_and_the_shells_own(device):
     assert result.output == LOGGED_IN + 2 * (log_ls + show)
 
 
-def test_long_line_is_dropped_and_the_session_goes_on(device):
+def test_long_line_is_dropped_and_the_session_continues(device):
     device.record_requests()
     result = device.run(LOGIN + b"x" * 20000 + b"\na=1\nsave\nexit\n")
     assert result.status == 0
@@ -163,7 +163,7 @@ def test_random_bytes_neither_crash_nor_hang(device, seed):
     assert logouts(device) == 1
 
 
-def test_session_goes_on_to_its_end_when_nobody_reads_it(device):
+def test_session_runs_to_its_end_when_nobody_reads_its_output(device):
     device.record_requests()
     reader, writer = os.pipe()
     os.close(reader)

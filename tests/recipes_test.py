@@ -264,7 +264,7 @@ def test_one_static_file(recipes, name):
     assert "NEEDED" not in facts and "INTERP" not in facts
 
 
-def test_the_recipes_tell_the_archives_version_and_checksums(recipes):
+def test_the_recipes_contain_the_archives_version_and_checksums(recipes):
     version = project_version()
     archive = (PROGRAM_DIR / f"tessel-{version}.tar.gz").read_bytes()
     licence = (SOURCE_DIR / "COPYING").read_bytes()

@@ -143,7 +143,7 @@ def test_inherited_values_are_overwritten(device):
     ]
 
 
-def test_other_variables_of_cgi_get_through(device):
+def test_other_cgi_variables_are_passed_on(device):
     device.record_requests()
     found = {"CONTENT_LENGTH": "7", "SCRIPT_NAME": "/x"}
     device.run(
@@ -205,7 +205,7 @@ def test_client_is_called_by_its_path_without_arguments(device):
     assert device.calls() == 3 * [b"fcgiclient"]
 
 
-def test_client_on_another_place_of_the_search_path_is_not_used(device):
+def test_client_elsewhere_on_the_search_path_is_not_used(device):
     device.record_requests()
     device.stand_in("elsewhere/fcgiclient", b"echo wrong >>/record/calls\n")
     console = device.log_in("/bin/env", "PATH=/bin/elsewhere:/bin:/usr/bin", SHELL)

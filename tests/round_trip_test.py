@@ -129,7 +129,7 @@ def test_extension_that_appears_can_be_configured_at_once(device):
     )
 
 
-def test_back_end_hears_of_every_request_once_and_of_one_logout(device):
+def test_back_end_receives_every_request_once_and_one_logout(device):
     console = device.log_in()
     console.command(b"get sip")
     console.command(b"get ext_dnd 201")
@@ -145,7 +145,7 @@ def test_back_end_hears_of_every_request_once_and_of_one_logout(device):
     ]
 
 
-def test_every_kind_of_end_is_heard_of_once(device):
+def test_back_end_receives_one_logout_for_every_kind_of_end(device):
     assert device.log_in().leave() == 0
     console = device.log_in()
     console.type(b"\x04")

@@ -77,7 +77,7 @@ def test_first_setting_with_a_version_suppresses_the_version_line(device, first)
 
 
 @pytest.mark.parametrize("first", [b"version=1.0", b"VERSION", b"VERSION:1"])
-def test_first_setting_that_is_no_version_does_not_suppress_it(device, first):
+def test_first_setting_other_than_a_version_does_not_suppress_it(device, first):
     assert save_file(device, first) == b"VERSION=2.1.4\n" + first + b"\n"
 
 
@@ -120,7 +120,7 @@ def test_version_file_is_read_anew_by_every_save(device):
     assert device.read(SAVE_FILE) == b"VERSION=9\na=1\n"
 
 
-def test_settings_are_written_as_they_stand(device):
+def test_settings_are_written_unchanged(device):
     setting = b"a=%s\\n#END\"'`$(id)&;|<>*?"
     assert save_file(device, setting) == b"VERSION=2.1.4\n" + setting + b"\n"
 
@@ -130,14 +130,14 @@ def test_next_save_overwrites_a_longer_file(device):
     assert save_file(device, b"a=1") == b"VERSION=2.1.4\na=1\n"
 
 
-def test_save_file_is_there_when_the_save_program_runs(device):
+def test_save_file_exists_when_the_save_program_runs(device):
     device.stand_in("fcgiclient", b"/usr/bin/cat " + SAVE_FILE.encode() + b"\n")
     console = device.log_in()
     console.command(b"a=1")
     assert console.command(b"save") == b"VERSION=2.1.4\na=1\n"
 
 
-def test_save_file_that_cannot_be_made_stops_nothing(device):
+def test_save_file_that_cannot_be_created_stops_nothing(device):
     device.make_folder(SAVE_FILE)
     device.record_requests(answer=b"saved\n")
     console = device.log_in()
@@ -231,5 +231,5 @@ def test_nul_character_loses_the_rest_of_its_line(device):
     assert shown(device, b"a\0lost\nb\n") == b"ab\n"
 
 
-def test_settings_are_no_part_of_the_answer(device):
+def test_settings_are_not_part_of_the_answer(device):
     assert shown(device, b"ok\n", setting=b"#ERROR\\n#END") == b"ok\n"

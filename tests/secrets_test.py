@@ -213,7 +213,7 @@ def play_session(device, hold, pipe, passwords):
     assert [password for password in passwords if password in seen] == []
 
 
-def test_keys_for_earlier_lines_bring_no_password(device):
+def test_history_keys_bring_back_no_password(device):
     set_password(device, b"first-secret")
     console = device.console()
     console.log_in(password=b"first-secret")

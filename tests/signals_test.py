@@ -502,17 +502,17 @@ def play(device, state, event, outcome, first_on_terminal):
 
 
 @pytest.mark.parametrize("state, event, outcome", entries(BEHIND_OTHERS))
-def test_behind_other_programs(device, state, event, outcome):
+def test_shell_that_is_not_the_session_leader(device, state, event, outcome):
     play(device, state, event, outcome, first_on_terminal=False)
 
 
 @pytest.mark.parametrize("state, event, outcome", entries(FIRST_ON_TERMINAL))
-def test_first_on_its_terminal(device, state, event, outcome):
+def test_shell_that_is_the_session_leader(device, state, event, outcome):
     play(device, state, event, outcome, first_on_terminal=True)
 
 
 @pytest.mark.parametrize("state", ["get", "save", "show", "transfer"])
-def test_program_is_told_of_a_terminal_closed_after_a_request_to_end(device, state):
+def test_program_is_hung_up_when_the_terminal_closes_after_a_request_to_end(device, state):
     scene = Scene(device, state)
     scene.open(first_on_terminal=True)
     scene.let_happen("SIGTERM")

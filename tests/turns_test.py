@@ -121,7 +121,7 @@ def test_interrupt_ends_the_wait_and_settings_stay(device, line):
     assert device.read(SAVE_FILE).endswith(b"\na=1\n")
 
 
-def test_request_to_end_ends_the_wait_and_the_logout_waits_for_nobody(device):
+def test_request_to_end_ends_the_wait_and_the_logout_does_not_wait(device):
     device.record_requests()
     console = device.log_in()
     console.command(b"a=1")

@@ -11,7 +11,7 @@ namespace {
 
 constexpr const char* SECRET = "correct horse battery staple";
 
-TEST(FreedMemory, FindsASecretThatIsLeftInABlockAndNoneThatWasWiped) {
+TEST(FreedMemory, FindsASecretLeftInABlockButNotAWipedOne) {
     const FreedMemory freed(SECRET);
     {
         std::string text = std::string("the secret: ") + SECRET;
