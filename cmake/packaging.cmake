@@ -1,11 +1,8 @@
 # What is installed, the Debian package (cpack) and the source archive (the target package_source).
 include(GNUInstallDirs)
 
-# The manual page takes the version from here.
-configure_file(${CMAKE_SOURCE_DIR}/docs/tessel.8 ${CMAKE_BINARY_DIR}/tessel.8 @ONLY)
-
 install(TARGETS tessel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES ${CMAKE_BINARY_DIR}/tessel.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+install(FILES docs/tessel.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 # For those who put the shell on a device.
 set(integrators_pages
     docs/device.md docs/firmware.md docs/integration.md docs/login.md docs/security.md)

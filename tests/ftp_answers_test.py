@@ -9,7 +9,7 @@ from backup_test import BACKUP_FAILED, BACKUP_FINISHED, RESTORE_FAILED, transfer
 from console import SOURCE_DIR
 from injection_test import GOOD, cases_that_ran, command_lines, ftp_lines, make_open_device
 
-TABLES = (SOURCE_DIR / "docs/integration.md").read_text().split("\nCharacters of an answer ")[1]
+TABLES = (SOURCE_DIR / "docs/integration.md").read_text().split("\n### What answers may hold\n")[1]
 PRINTABLE = [chr(code) for code in range(32, 127)]
 PLACES = {"user": "user name", "password": "password", "path": "path"}
 CANNOT = {("backup", "user"): '$"\\`', ("restore", "path"): "*"}

@@ -1,5 +1,5 @@
-"""The manual page beside the program: all that is fixed in the code stands in the page, and its
-examples are what somebody at the development gateway sees."""
+"""The manual page and the integration guide: between them they have every fixed text of the code, and
+the examples of the manual page are what is seen at the development gateway."""
 
 import re
 
@@ -8,7 +8,8 @@ import pytest
 import programs
 from console import PASSWORD, PROGRAM_DIR, SOURCE_DIR, START, Console
 
-PAGE = PROGRAM_DIR / "tessel.8"
+PAGE = SOURCE_DIR / "docs/tessel.8"
+GUIDE = SOURCE_DIR / "docs/integration.md"
 PRODUCT_FOLDERS = ("shell", "console", "config", "catalogue", "session", "cgi", "save", "backup", "logs")
 
 # Texts in the code that are no message, no path and nothing that another program or file sees.
@@ -68,16 +69,16 @@ def squeeze(text):
     return re.sub(r"\s+", " ", text)
 
 
-@pytest.fixture(scope="module", name="page")
-def fixture_page():
-    """The page as its readers see it, on one line."""
+@pytest.fixture(scope="module", name="pages")
+def fixture_pages():
+    """The manual page and the guide as their readers see them, on one line."""
     shown = programs.run(
         ["mandoc", "-T", "ascii", "-O", "width=78", PAGE],
         capture_output=True,
         text=True,
         check=True,
     ).stdout
-    return squeeze(re.sub(".\b", "", shown))
+    return squeeze(re.sub(".\b", "", shown) + GUIDE.read_text().replace("`", ""))
 
 
 def test_lint_has_nothing_to_say():
@@ -94,13 +95,13 @@ def test_lint_has_nothing_to_say():
 
 
 @pytest.mark.parametrize("path", product_sources(), ids=lambda path: path.name)
-def test_the_page_holds_every_fixed_text_of(path, page):
+def test_the_pages_have_every_fixed_text_of(path, pages):
     missing = [
         text
         for text in texts_in(path.read_text())
         if text not in NOT_FOR_READERS | EMPTY
         for piece in CONVERSION.split(text)
-        if squeeze(piece).strip() not in page
+        if squeeze(piece).strip() not in pages
     ]
     assert missing == []
 
@@ -112,7 +113,7 @@ def test_texts_that_readers_need_not_know_are_those_of_the_code():
 
 
 def test_the_page_has_no_message_and_no_path_of_its_own():
-    page = (SOURCE_DIR / "docs/tessel.8").read_text().replace("\\&", "")
+    page = PAGE.read_text().replace("\\&", "")
     described = page.split(".Sh COMMANDS\n")[1].split("\n.Sh ")[0]
     messages = re.findall(r'(?m)^\.It Li "?([^"\n]+)"?$', described)
     paths = re.findall(r"/\w[\w./-]+/[\w.-]*\w", page.split("\n.Sh EXAMPLES\n")[0])
@@ -147,9 +148,7 @@ VARYING = re.compile(r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d (URL:.*?) \[\d+\]", re.MU
 
 
 def examples():
-    text = (
-        (SOURCE_DIR / "docs/tessel.8").read_text().split("\n.Sh EXAMPLES\n")[1].split("\n.Sh ")[0]
-    )
+    text = PAGE.read_text().split("\n.Sh EXAMPLES\n")[1].split("\n.Sh ")[0]
     return re.findall(r"(?ms)^\.Bd -literal -offset indent\n(.*?)^\.Ed$", text)
 
 
@@ -159,7 +158,7 @@ def comparable(screen):
 
 
 def play(console, example, password=PASSWORD):
-    """Types what the example shows behind its questions. Returns the exit status."""
+    """Types the answers that the example shows. Returns the exit status."""
     hidden = {PASSWORD_QUESTION: password, FTP_PASSWORD_QUESTION: b"secret"}
     for line in example.splitlines():
         asked = QUESTION.fullmatch(line)
