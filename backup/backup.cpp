@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdio>
+#include <new>
 #include <string>
 
 #include "backup/transfer.h"
@@ -33,24 +34,29 @@ bool read_log_line(std::FILE* log, std::string& line) {
     return !at_end && line.size() <= MAX_LOG_LINE;
 }
 
-// The lines of a log, each with a line feed. The log is deleted: the next transfer writes it anew.
+// The lines of a log, each with a line feed; nothing of one that memory does not hold. The log is
+// deleted: the next transfer writes it anew.
 std::string take_log(const char* path) {
     const File log(std::fopen(path, "r"));
     if (!log) {
         return "";
     }
     std::string text;
-    std::string line;
-    while (read_log_line(log.get(), line)) {
-        text.append(line, 0, line.find('\0')).append("\n");
+    try {
+        std::string line;
+        while (read_log_line(log.get(), line)) {
+            text.append(line, 0, line.find('\0')).append("\n");
+        }
+    } catch (const std::bad_alloc&) {
+        text.clear();
     }
     unlink(path);
     return text;
 }
 
-// Asks, transfers and returns the status of the command line. A dialogue that was called off, or
-// that a request to end the session cut short, transfers nothing.
-int transfer(const std::string& file_name, Direction direction) {
+// Asks, transfers and returns the status of the command line. A dialogue that was called off, that
+// found no memory, or that a request to end the session cut short, transfers nothing.
+int transfer(const char* file_name, Direction direction) try {
     std::string command_line;
     if (!build_transfer_command(command_line, file_name, direction)) {
         return -1;
@@ -58,6 +64,8 @@ int transfer(const std::string& file_name, Direction direction) {
     const int status = end_requested() ? -1 : run_command(command_line);
     wipe(command_line);
     return status;
+} catch (const std::bad_alloc&) {
+    return -1;
 }
 
 }  // namespace
@@ -84,7 +92,8 @@ int handle_restore(char* /*argument*/) noexcept {
         print("Configuration restore finished.!\nRebooting...\n");
         run_command("reboot");
     } else {
-        print(log + "Configuration restore failed.!\n");
+        print(log);
+        print("Configuration restore failed.!\n");
     }
     return 0;
 }

@@ -1,6 +1,6 @@
 #include "catalogue/list.h"
 
-#include <string>
+#include <cstdio>
 
 #include "console/state.h"
 #include "console/text.h"
@@ -8,13 +8,12 @@
 namespace {
 
 void print_parts(const Catalogue& catalogue) {
-    std::string line;
     for (const auto& [name, caption] : catalogue) {
-        line = name;
-        line += " (";
-        line += caption;
-        line += ")\n";
-        print_now(line);
+        print(name);
+        print(" (");
+        print(caption);
+        print(")\n");
+        std::fflush(stdout);
     }
 }
 

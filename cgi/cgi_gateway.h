@@ -14,9 +14,10 @@ constexpr const char* NO_QUERY = nullptr;
 
 /// Runs the CGI program of that name, such as "putconf.cgi", and hands its output to the consumer;
 /// returns when the client has ended. The query goes through as it is, without any encoding.
-/// Afterwards every variable that was set is absent from the environment. A client that cannot be
-/// started is not reported: the consumer is then not called. Returns the result of removing the
-/// last variable.
+/// Afterwards every variable that was set is absent from the environment, also when the consumer
+/// throws. A client that cannot be started is not reported: the consumer is then not called.
+/// Returns 0, the result of removing the last variable. Throws std::bad_alloc, and starts nothing,
+/// when there is no memory for a request with a query.
 int run_cgi_program(const std::string& cgi_name, const char* query, CgiConsumer consumer);
 
 /// Consumer that reads nothing.

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -92,6 +93,16 @@ TEST_F(CgiGatewayTest, WhenTheClientCannotStartNoConsumerIsCalledAndTheVariables
               }),
               "");
     EXPECT_TRUE(outside.closed_at.empty());
+    for (const char* name : ALWAYS_SET) {
+        EXPECT_EQ(std::getenv(name), nullptr) << name;
+    }
+    EXPECT_EQ(std::getenv("QUERY_STRING"), nullptr);
+}
+
+TEST_F(CgiGatewayTest, ConsumerThatThrowsLeavesNeitherTheRequestNorTheClient) {
+    EXPECT_THROW(run_cgi_program("a.cgi", "q", [](std::FILE*) { throw std::bad_alloc(); }),
+                 std::bad_alloc);
+    EXPECT_EQ(outside.closed_at.size(), 1U);
     for (const char* name : ALWAYS_SET) {
         EXPECT_EQ(std::getenv(name), nullptr) << name;
     }

@@ -1,5 +1,7 @@
 #include "cgi/get.h"
 
+#include <new>
+#include <stdexcept>
 #include <string>
 
 #include "catalogue/extension_database.h"
@@ -19,7 +21,7 @@ int refuse(const char* reason) {
 bool is_known_extension(const std::string& name) {
     try {
         return extension_exists(name) == 1;
-    } catch (...) {
+    } catch (const std::runtime_error&) {
         return false;
     }
 }
@@ -46,7 +48,7 @@ int get_part(const std::string& name, const std::string& extension) {
 
 }  // namespace
 
-int handle_get(char* argument) noexcept {
+int handle_get(char* argument) noexcept try {
     std::string name = argument;
     if (*trim_blanks(argument) == '\0') {
         print(make_error_message("the syntax is: get configuration_part [extension_name]") + "\n");
@@ -59,4 +61,6 @@ int handle_get(char* argument) noexcept {
         name.resize(blank);
     }
     return get_part(name, extension);
+} catch (const std::bad_alloc&) {
+    return refuse_for_memory();
 }

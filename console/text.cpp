@@ -33,6 +33,11 @@ std::string make_error_message(const std::string& message) {
     return "ERROR: " + message;
 }
 
+int refuse_for_memory() {
+    print_now("ERROR: Out of memory\n");
+    return -1;
+}
+
 void print(std::string_view text) {
     std::fwrite(text.data(), 1, text.size(), stdout);
 }

@@ -12,6 +12,10 @@ char* trim_blanks(char* text);
 /// "ERROR: " followed by the message.
 std::string make_error_message(const std::string& message);
 
+/// Says that a command was given up for want of memory. Returns -1, the result of a refused
+/// command.
+int refuse_for_memory();
+
 /// Puts text on standard output, NUL bytes included. A failing terminal is nobody's business here:
 /// the session goes on until its input ends.
 void print(std::string_view text);

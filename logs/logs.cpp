@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "console/process.h"
@@ -46,7 +47,7 @@ int handle_log_ls(char* /*argument*/) noexcept {
     return 0;
 }
 
-int handle_show(char* argument) noexcept {
+int handle_show(char* argument) noexcept try {
     if (*trim_blanks(argument) == '\0') {
         return refuse("the syntax is: show log_type");
     }
@@ -57,4 +58,6 @@ int handle_show(char* argument) noexcept {
     // Only the table's path reaches the command interpreter, never what was typed.
     run_command(std::string("cat ") + log->path);
     return 0;
+} catch (const std::bad_alloc&) {
+    return refuse_for_memory();
 }

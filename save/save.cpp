@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
 #include "cgi/cgi_gateway.h"
 #include "config/config_file.h"
@@ -93,7 +94,7 @@ void run_putconf(const std::string& path) {
     });
 }
 
-int handle_save(char* /*argument*/) noexcept {
+int handle_save(char* /*argument*/) noexcept try {
     if (_gQueryString.empty()) {
         print_now(make_error_message("Nothing to save\n"));
         return -1;
@@ -107,4 +108,6 @@ int handle_save(char* /*argument*/) noexcept {
     run_putconf(SAVE_FILE_PATH);
     _gQueryString.clear();
     return 0;
+} catch (const std::bad_alloc&) {
+    return refuse_for_memory();  // the settings stay
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <new>
 
 #include "console/line_editor.h"
 #include "console/state.h"
@@ -18,10 +19,10 @@ void queue_setting(const char* word) {
     if (std::strlen(word) > MAX_SETTING_LENGTH) {
         return;
     }
-    if (_gQueryString.size() >= MAX_SETTINGS) {
+    _gQueryString.emplace_back(word);
+    if (_gQueryString.size() > MAX_SETTINGS) {
         _gQueryString.pop_front();
     }
-    _gQueryString.emplace_back(word);
 }
 
 void handle_line(char* line) {
@@ -41,11 +42,15 @@ int dispatch_line(char* line) {
         *rest++ = '\0';
     }
     const CommandEntry* command = lookup_command(word);
-    if (command == nullptr) {
+    if (command != nullptr) {
+        return command->handler(rest + std::strspn(rest, " \t"));
+    }
+    try {
         queue_setting(word);
         return 0;
+    } catch (const std::bad_alloc&) {
+        return refuse_for_memory();
     }
-    return command->handler(rest + std::strspn(rest, " \t"));
 }
 
 int run_command_loop() {

@@ -8,6 +8,7 @@
 
 #include "console/state.h"
 #include "tests/unit/capture.h"
+#include "tests/unit/freed_memory.h"
 #include "tests/unit/outside.h"
 
 namespace {
@@ -39,6 +40,7 @@ class CommandLoopTest : public OutsideTest {
     }
 };
 
+constexpr const char* NO_MEMORY = "ERROR: Out of memory\n";
 constexpr const char* NO_SUCH_LOG = "ERROR: There is no such log file\n";
 const std::string HELP_FOR_EXIT = "\nexit\t\tExit tessel.\n\n";
 
@@ -167,6 +169,48 @@ TEST_F(CommandLoopTest, EmptyLinesAndLinesOfBlanksChangeNothing) {
     EXPECT_EQ(history(), Lines{});
     EXPECT_EQ(_gQueryString, Queue{});
     EXPECT_EQ(outside.prompts.size(), 5U);
+}
+
+TEST_F(CommandLoopTest, CommandThatFindsNoMemoryIsRefused) {
+    _gAdminConParts = {{"telephony_over_the_network", "Telephony"}};
+    _gQueryString = {"a=1"};
+    for (std::string line :
+         {"get telephony_over_the_network", "save", "show cm", "show nothing_of_it"}) {
+        EXPECT_EQ(captured_output([&] {
+                      const NoMemory none;
+                      EXPECT_EQ(dispatch_line(line.data()), -1);
+                  }),
+                  NO_MEMORY)
+            << line;
+    }
+    EXPECT_EQ(_gQueryString, Queue{"a=1"});
+    EXPECT_TRUE(outside.clients.empty());
+}
+
+TEST_F(CommandLoopTest, SettingThatFindsNoMemoryIsRefusedAndTheOthersStay) {
+    for (int i = 1; i <= 100; ++i) {
+        dispatch("w" + std::to_string(i));
+    }
+    std::string line = "w101";
+    EXPECT_EQ(captured_output([&] {
+                  const NoMemory none;
+                  EXPECT_EQ(dispatch_line(line.data()), -1);
+              }),
+              NO_MEMORY);
+    EXPECT_EQ(_gQueryString.size(), 100U);
+    EXPECT_EQ(_gQueryString.front(), "w1");
+}
+
+TEST_F(CommandLoopTest, ListAndHelpNeedNoMemory) {
+    _gAdminConParts = {{"telephony_over_the_network", "Telephony over the network"}};
+    for (std::string line : {"list", "help", "help exit", "help nothing", "log_ls"}) {
+        const std::string usual = dispatch(line);
+        EXPECT_EQ(captured_output([&] {
+                      const NoMemory none;
+                      EXPECT_EQ(dispatch_line(line.data()), 0);
+                  }),
+                  usual);
+    }
 }
 
 }  // namespace

@@ -4,9 +4,8 @@ once, and settings wait for the next save.
 
 The program's calls to the C library fail by a library that is preloaded into it, see
 tools/failing_calls.cpp, and so do the line editor's reads. What the C library calls itself (fork
-within popen, write within fflush) cannot be replaced so; the full disk is a real one. Running out
-of memory ends the program and is not tried; the formats that the program hands to snprintf need
-none.
+within popen, write within fflush) cannot be replaced so; the full disk is a real one. The formats
+that the program hands to snprintf need no memory; for what does, see failing_allocations_test.py.
 """
 
 import itertools
@@ -189,6 +188,7 @@ READ_FILES = [NO_MENU_TREE, SECOND_LOGIN, NO_EXTENSIONS, NO_VERSION, NO_OTHER_VE
 GET_WITHOUT_TEXT = b"get sip\n\nSIP settings\n\n\n\n"
 GET_EXTENSION_WITHOUT_TEXT = b"get forward 201\n\nCall forwarding for extension 201\n\n\n\n"
 GET_HALF = b"get sip\n\nSIP settings\n\n"
+GET_EXTENSION_HALF = b"get forward 201\n\nCall forwarding for extension 201\n\n"
 NO_SUMMARY = Outcome(seen={"get": GET_WITHOUT_TEXT})
 NO_OTHER_SUMMARY = Outcome(seen={"get_extension": GET_EXTENSION_WITHOUT_TEXT})
 NO_SUMMARIES = Outcome(
@@ -267,7 +267,7 @@ failure(
     2,
     "EAGAIN",
     Outcome(
-        seen={"get_extension": b"get forward 201\n\nCall forwarding for extension 201\n\n"},
+        seen={"get_extension": GET_EXTENSION_HALF},
         requests={"get_extension": None},
     ),
 )
@@ -288,7 +288,7 @@ failure(
     Outcome(
         seen={
             "get": GET_HALF,
-            "get_extension": b"get forward 201\n\nCall forwarding for extension 201\n\n",
+            "get_extension": GET_EXTENSION_HALF,
             "save": b"save\n",
             "other_save": b"save\n",
         },
@@ -299,23 +299,11 @@ failure(
 for which in (1, 2, "every"):
     failure("pclose", which, "EINTR ECHILD", UNCHANGED)
 
-# The five variables of a request: a request without one of them.
-VARIABLES = {1: 2, 2: 0, 3: 1, 4: 3, 5: 4}  # the place in a request of those set one after another
-
-
-def without(request, *places):
-    return [b"unset" if place in places else value for place, value in enumerate(request)]
-
-
-for number, place in VARIABLES.items():
+# The five variables of a request: there is none without one of them, but half a logout is tried.
+NO_MEMORY = b"ERROR: Out of memory\n"
+for number in range(1, 6):
     failure(
-        "setenv",
-        number,
-        "ENOMEM",
-        Outcome(
-            requests={"get": without(GET_REQUEST, place)},
-            seen=NO_SUMMARY.seen if number == 2 else {},  # it is the name of the program
-        ),
+        "setenv", number, "ENOMEM", Outcome(seen={"get": GET_HALF + NO_MEMORY}, requests={"get": None})
     )
 failure(
     "setenv",
@@ -323,12 +311,12 @@ failure(
     "ENOMEM",
     Outcome(
         seen={
-            "get": GET_WITHOUT_TEXT,
-            "get_extension": GET_EXTENSION_WITHOUT_TEXT,
-            "save": b"save\n",
-            "other_save": b"save\n",
+            "get": GET_HALF + NO_MEMORY,
+            "get_extension": GET_EXTENSION_HALF + NO_MEMORY,
+            "save": b"save\n" + NO_MEMORY,
+            "other_save": b"save\n" + NO_MEMORY,
         },
-        requests={name: without(REQUESTS[name], 0, 1, 2, 3, 4) for name in REQUESTS},
+        requests={**dict.fromkeys(REQUESTS), "logout": 5 * [b"unset"]},
         saved=[],
     ),
 )
@@ -385,7 +373,15 @@ failure("timer_create", 1, "EAGAIN ENOMEM", UNCHANGED)
 failure("timer_create", "every", "EAGAIN", UNCHANGED)
 for which in (1, 2, "every"):
     failure("sigaction", which, "EINVAL", UNCHANGED)
+for which in (1, 2):
     failure("fflush", which, "EIO ENOSPC EINTR", UNCHANGED)
+LISTED = b"sip (SIP settings)\nforward (Call forwarding)\n"
+failure(  # the lines of a list come when the line editor flushes them
+    "fflush",
+    "every",
+    "EIO ENOSPC EINTR",
+    Outcome(seen={"list": b"list\n" + HEADINGS % (b"", b"") + LISTED}),
+)
 failure("isatty", 1, "ENOTTY", UNCHANGED)
 failure("isatty", "every", "EIO", UNCHANGED)
 failure("setvbuf", 1, "ENOMEM", UNCHANGED)
@@ -401,15 +397,15 @@ failure(
     Outcome(
         seen={
             "login": b"Username: admin\n\n",
-            "list": b"list\n",
+            "list": b"list\n" + LISTED,
             "get": b"get sip\n",
             "get_extension": b"get forward 201\n",
         }
     ),
 )
 failure("fwrite", 1, "EIO EINTR", Outcome(seen={"login": GREETING + b"Username: admin\n"}))
-failure("fwrite", 4, "EIO", Outcome(seen={"save": b"save\n"}))
-failure("fwrite", 4, "short", Outcome(seen={"save": b"save\nError in a="}))
+failure("fwrite", 12, "EIO", Outcome(seen={"save": b"save\n"}))
+failure("fwrite", 12, "short", Outcome(seen={"save": b"save\nError in a="}))
 failure(
     "fwrite",
     "every",
@@ -417,6 +413,7 @@ failure(
     Outcome(
         seen={
             "login": GREETING + b"Username: admin\n",
+            "list": b"list\n" + HEADINGS % (b"", b""),
             "save": b"save\n",
             "backup": backup(b"").replace(b"Starting configuration backup...\n", b""),
             "restore": restore(b"").replace(b"Starting configuration restore...\n", b""),

@@ -34,6 +34,7 @@ SANDBOX_OPTIONS = (
 # What cannot run on a target, and why: whole files, or FILE::TEST.
 HOST_PROCESSES = "looks at processes of the host"
 PRELOADED = "preloads a library into the program, one that is made for 64 bits"
+STATIC = "preloads a library into the program, which is static"
 SANDBOX_OF_THE_HOST = "runs in a sandbox of the host"
 SLOW_LINE = "takes minutes on an emulated line; machine_test.py pastes what is enough there"
 SSH_SERVER = "comes in by an ssh server of the host"
@@ -42,6 +43,7 @@ NOT_ON_TARGET = {
         "bare_device_test.py": SANDBOX_OF_THE_HOST,
         "bad_input_test.py::test_back_end_that_is_down":
             "takes the socket out of the device's folder, which has none here",
+        "failing_allocations_test.py": PRELOADED,
         "failing_calls_test.py": PRELOADED,
         "ftp_answers_test.py": "runs Python on the device, which has none here",
         "injection_test.py": "runs Python on the device, which has none here",
@@ -65,13 +67,15 @@ NOT_ON_TARGET = {
         "turns_test.py": HOST_PROCESSES,
     },
     "i386": {
+        "failing_allocations_test.py": PRELOADED,
         "failing_calls_test.py": PRELOADED,
         "ftp_answers_test.py": "asks a program of the build that the static one has not",
         "injection_test.py": "asks a program of the build that the static one has not",
         "soak_test.py": "takes long, and is not particular to a target",
     },
     "musl": {
-        "failing_calls_test.py": "preloads a library into the program, which is static",
+        "failing_allocations_test.py": STATIC,
+        "failing_calls_test.py": STATIC,
     },
 }  # fmt: skip
 MACHINE_ONLY = {"machine_test.py"}

@@ -10,12 +10,15 @@ namespace {
 
 const char* watched_secret = nullptr;
 int copies = 0;
+bool has_memory = true;
 
 }  // namespace
 
 void* operator new(std::size_t size) {
-    if (void* block = std::malloc(size == 0 ? 1 : size)) {
-        return block;
+    if (has_memory) {
+        if (void* block = std::malloc(size == 0 ? 1 : size)) {
+            return block;
+        }
     }
     throw std::bad_alloc();
 }
@@ -44,4 +47,12 @@ FreedMemory::~FreedMemory() {
 
 int FreedMemory::copies_of_secret() const {
     return copies;
+}
+
+NoMemory::NoMemory() {
+    has_memory = false;
+}
+
+NoMemory::~NoMemory() {
+    has_memory = true;
 }

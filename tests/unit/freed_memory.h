@@ -1,7 +1,8 @@
 #pragma once
 
-// Secrets are to be gone from memory when they are done with. In the test program new and delete
-// are replaced by ones that can look at what is given back.
+// Secrets are to be gone from memory when they are done with, and no command may end the session
+// for want of memory. In the test program new and delete are replaced by ones that can look at what
+// is given back, and refuse what is asked for.
 
 #include <string>
 
@@ -15,4 +16,13 @@ class FreedMemory {
     FreedMemory& operator=(const FreedMemory&) = delete;
 
     [[nodiscard]] int copies_of_secret() const;
+};
+
+/// While one lives, new finds no memory.
+class NoMemory {
+  public:
+    NoMemory();
+    ~NoMemory();
+    NoMemory(const NoMemory&) = delete;
+    NoMemory& operator=(const NoMemory&) = delete;
 };
