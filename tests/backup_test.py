@@ -1,5 +1,5 @@
-"""backup and restore: the dialogue, the command lines, and what is made of their outcome. The
-programs that the command lines call are stand-ins that note how they were called."""
+"""backup and restore: the dialogue, the command lines and how their outcome is judged. The programs
+in the command lines are stand-ins that record how they were called."""
 
 import re
 from datetime import datetime, timedelta, timezone
@@ -25,7 +25,7 @@ def questions(command):
 
 
 def transfer(console, command, **answers):
-    """Enters the command and answers its questions. Returns what follows the last answer."""
+    """Types the command and answers its questions. Returns the output after the last answer."""
     answers = {**ANSWERS, **answers}
     shown = console.exchange(command, questions(command)[0])
     kind = command.split()[0]
@@ -36,7 +36,7 @@ def transfer(console, command, **answers):
 
 
 def printf(text):
-    """A sh command that prints the text."""
+    """Returns a sh command that prints the text."""
     return b"printf '" + b"".join(b"\\%03o" % byte for byte in text) + b"'"
 
 
@@ -131,7 +131,7 @@ def test_end_of_input_at_a_question_is_an_empty_answer(device, console, command)
     console.read_until(PROMPT)
     line = device.command_lines()[0]
     if command == b"backup":
-        # The address ends in a slash already, so it gets none before the name.
+        # The address already ends in a slash, so none is added before the name.
         assert without_name(line) == (
             b'wput -B -t 3 -I "backupconfig -b -d stdout" ftp://NAME > /tmp/auto-backup.log 2>&1'
         )
@@ -223,7 +223,7 @@ FULL_ANSWERS = {
     "password": b"w",
 }
 QUESTIONS = list(FULL_ANSWERS)
-# Special to the command interpreter outside of quotes, and inside of double ones too.
+# Special to the command interpreter outside quotes, and inside double quotes too.
 HARMLESS = b"a b;c&d'e|f>g<h(i)*?[j]!k{l,m}~n"
 ACTIVE = [b"$(echo>/ran)", b"`echo>/ran`", b'"$(echo>/ran)"', b"'$(echo>/ran)'", b"';echo>/ran;'"]
 
@@ -266,7 +266,7 @@ def test_no_answer_to_a_backup_runs_a_command(device, console, text):
 
 
 def elsewhere(device, name):
-    """Puts a program first on the search path that notes its call, and returns the path."""
+    """Puts a program that records its call first on the search path. Returns the path."""
     device.record_calls(f"elsewhere/{name}", b"echo FINISHED")
     return "PATH=/bin/elsewhere:/bin:/usr/bin"
 

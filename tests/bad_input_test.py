@@ -1,5 +1,5 @@
-"""Broken files, a missing client, a back end that misbehaves: nothing ends the shell, nothing makes
-it hang, and no pending setting is lost but by save and exit."""
+"""Broken files, a missing client, a misbehaving back end: nothing ends or hangs the shell, and only
+save and exit empty the queue of settings."""
 
 import os
 
@@ -95,12 +95,12 @@ BROKEN = [
 
 @pytest.fixture(params=BROKEN, ids=lambda function: function.__name__)
 def broken(request):
-    """A function that breaks a file of the device."""
+    """Returns a function that breaks a file of the device."""
     return request.param
 
 
 def answer_to(result, line):
-    """What a session through a pipe shows between that line and the next prompt."""
+    """Returns what a session through a pipe shows between that line and the next prompt."""
     _, found, rest = result.output.partition(PROMPT + line + b"\n")
     assert found
     return rest[: rest.index(PROMPT)]

@@ -1,5 +1,5 @@
-"""What docs/integration.md says that a device must hold is enough: the static shell in a root folder
-that has BusyBox, the device's own programs as scripts, and nothing else."""
+"""What docs/integration.md requires of a device is enough: the static shell runs in a root folder with
+BusyBox, scripts in place of the device's own programs, and nothing else."""
 
 import re
 import shutil
@@ -15,7 +15,7 @@ from integration_test import CLIENT, PASSWORD, USER, assert_session_of_the_guide
 STATIC_SHELL = PROGRAM_DIR / ("tessel" if TARGET else "tests/tessel_alone")
 UNPACKED = SOURCE_DIR / "build/busybox"
 TERMINALS = ("vt100", "vt102", "vt220", "linux", "xterm")
-# What the shell runs; then what the client of the guide and the other scripts need.
+# The applets that the shell runs, then those that the guide's client and the other scripts need.
 APPLETS = ("cat", "sh", "wget") + ("awk", "mv")
 ARCHIVE = b"archive\n"
 SCRIPTS = {
@@ -26,7 +26,7 @@ SCRIPTS = {
 
 
 pytestmark = pytest.mark.skipif(
-    END_SESSIONS, reason="the sanitizers, valgrind and counts of coverage need libraries of their own"
+    END_SESSIONS, reason="sanitizers, valgrind and coverage need additional libraries"
 )
 
 
@@ -74,7 +74,7 @@ class BareDevice:
         shutil.copy(Path("/lib/terminfo", name[0], name), entry)
 
     def console(self, term="vt100", **options):
-        """The shell has just been started. Its network is the host's."""
+        """Returns the console of a shell just started. It shares the host's network."""
         sandbox = ["bwrap", "--unshare-user", "--unshare-pid", "--die-with-parent", "--clearenv"]
         sandbox += ["--bind", str(self.root), "/", "--dev", "/dev"]
         sandbox += ["--setenv", "PATH", "/bin", "--setenv", "TERM", term]
@@ -101,7 +101,7 @@ def fixture_bare_device(tmp_path, busybox):
 
 @pytest.fixture(name="server")
 def fixture_server(tmp_path):
-    """An FTP server of the host, which serves archives: its port."""
+    """Returns the port of an FTP server on the host that serves archives."""
     home = tmp_path / "home"
     home.mkdir()
     for name in ("archive", "sharp#;name"):
@@ -157,7 +157,7 @@ def test_restore_of_a_file_that_is_not_an_archive_fails(bare_device, server, pat
     assert console.leave() == 0
 
 
-# A line that is longer than the window, and is changed where it begins.
+# A line longer than the window, edited at its beginning.
 NARROW = {"window": (24, 20)}
 LONG = b"0123456789abcdefghijklmnopq"
 TO_START = b"\x01"
@@ -183,7 +183,7 @@ def test_long_line_scrolls_sideways_on_an_unknown_terminal(bare_device, term):
     console.read_until(b"<")
     console.type(TO_START)
     console.read_until(b">")
-    # Keys work: what was typed goes, from behind, and a command is put right.
+    # Keys work: the line is deleted backwards, and a mistyped command corrected.
     console.type(b"\x0b" + b"elp list\x01h\r")
     console.read_until(b"\nlist\t\t")
     console.read_until(PROMPT)
@@ -192,7 +192,7 @@ def test_long_line_scrolls_sideways_on_an_unknown_terminal(bare_device, term):
 
 
 def test_memory_at_the_prompt(bare_device, record_property):
-    """Tells the figures, and holds them to a bound that only a blunder exceeds."""
+    """Records the figures and compares them with a generous limit."""
     program = bare_device.path("/bin/tessel")
     programs.run(["strip", program], check=True)
     console = bare_device.log_in()
@@ -209,7 +209,7 @@ def test_memory_at_the_prompt(bare_device, record_property):
 
 
 def runs(process, program):
-    """Whether the process, which may be another user's or end meanwhile, runs the program."""
+    """Whether the process runs the program. It may be another user's, or end meanwhile."""
     try:
         return (process / "exe").samefile(program)
     except OSError:

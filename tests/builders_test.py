@@ -1,6 +1,6 @@
-"""What a firmware builder sets reaches the compiler, and nothing of the builder's machine the program.
+"""A firmware builder's settings reach the compiler, and no trace of the build machine the program.
 
-Flags are read from the commands that CMake would run; where the program itself matters it is built.
+Flags are read from the commands that CMake would run; the program is built only where it matters.
 """
 
 import json
@@ -17,7 +17,7 @@ from console import PROGRAM_DIR, SOURCE_DIR
 from package_test import run
 
 pytestmark = pytest.mark.skipif(
-    not (PROGRAM_DIR / "CMakeCache.txt").exists(), reason="the builds are made beside another one"
+    not (PROGRAM_DIR / "CMakeCache.txt").exists(), reason="the builds go next to a CMake build"
 )
 
 WORK = PROGRAM_DIR / "builders"
@@ -25,7 +25,7 @@ LIBRARIES = Path("/usr/lib") / run("g++", "-print-multiarch").strip()
 
 
 def configure(folder, *options, fresh=True, **variables):
-    """Asks for a build in the folder; returns what CMake said."""
+    """Configures a build in the folder. Returns CMake's output."""
     if fresh:
         shutil.rmtree(folder, ignore_errors=True)
     environment = {name: value for name, value in os.environ.items() if not name.endswith("FLAGS")}
@@ -36,7 +36,7 @@ def configure(folder, *options, fresh=True, **variables):
 
 
 def compile_command(folder):
-    """The words of the command that compiles main."""
+    """Returns the words of the command that compiles main.cpp."""
     commands = json.loads((folder / "compile_commands.json").read_text())
     (command,) = (one["command"] for one in commands if one["file"].endswith("shell/main.cpp"))
     return shlex.split(command)
@@ -47,7 +47,7 @@ def link_command(folder):
 
 
 def last(words, pattern):
-    """The word that wins, of those that mean the same thing."""
+    """Returns the last word that matches, which is the one that takes effect."""
     found = [word for word in words if re.fullmatch(pattern, word)]
     return found[-1] if found else None
 
@@ -61,7 +61,7 @@ def fixture_folder(tmp_path):
     return tmp_path / "build"
 
 
-# What the builder leaves open
+# Without settings of the builder
 
 
 def test_defaults(folder):
@@ -74,7 +74,7 @@ def test_defaults(folder):
         assert word in link_command(folder)
 
 
-# What the builder sets
+# With settings of the builder
 
 
 @pytest.mark.parametrize(
@@ -140,7 +140,7 @@ def test_the_builder_chooses_the_standard(folder, standard):
 
 
 def copy_readline(folder):
-    """Readline at a place where no loader looks."""
+    """Copies Readline to a folder that the loader does not search. Returns the copy's folder."""
     shutil.rmtree(folder, ignore_errors=True)
     (folder / "lib").mkdir(parents=True)
     shutil.copytree("/usr/include/readline", folder / "include/readline")
@@ -150,7 +150,7 @@ def copy_readline(folder):
 
 
 def test_readline_in_any_folder_and_custom_flags(tmp_path):
-    """Builds without a warning, and neither program tells the loader where to look."""
+    """Builds without a warning, and neither program has an RPATH."""
     build = WORK / "flags"
     output = configure(
         build,
@@ -171,7 +171,7 @@ def test_readline_in_any_folder_and_custom_flags(tmp_path):
 
 
 def test_a_static_program_with_an_ncurses_without_tinfo(tmp_path):
-    """It needs nothing, stands at any address, and runs."""
+    """It needs no library, is position-independent, and runs."""
     libraries = WORK / "ncurses"
     shutil.rmtree(libraries, ignore_errors=True)
     (libraries / "lib").mkdir(parents=True)
@@ -205,7 +205,7 @@ int old_timer_delete(timer_t t) { return timer_delete(t); }
 
 
 def test_a_c_library_with_timers_in_librt(folder, tmp_path):
-    """As glibc before 2.34; here they have another name, so that the C library has none."""
+    """As in glibc before 2.34. The timers get other names here, so that the C library has none."""
     (tmp_path / "rt.c").write_text(OLD_TIMERS)
     run("gcc", "-fPIC", "-c", tmp_path / "rt.c", "-o", tmp_path / "rt.o")
     run("ar", "rcs", tmp_path / "librt.a", tmp_path / "rt.o")

@@ -1,4 +1,4 @@
-"""Every claim of docs/security.md names a test that shows it, and that test is there."""
+"""Every claim in docs/security.md names a test that proves it, and that test exists."""
 
 import re
 

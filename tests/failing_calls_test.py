@@ -1,11 +1,10 @@
-"""Whole sessions in which one of the calls to the system fails, the first or second time or every
-time. Nothing crashes or hangs, what does not depend on the call is as ever, the session logs out
-once, and settings wait for the next save.
+"""Whole sessions in which one system or library call fails, the first or second time or every time.
+Nothing crashes or hangs, whatever does not depend on the call is as usual, the session logs out once,
+and settings wait for the next save.
 
-The program's calls to the C library fail by a library that is preloaded into it, see
-tools/failing_calls.cpp, and so do the line editor's reads. What the C library calls itself (fork
-within popen, write within fflush) cannot be replaced so; the full disk is a real one. The formats
-that the program hands to snprintf need no memory; for what does, see failing_allocations_test.py.
+A preloaded library, tools/failing_calls.cpp, makes the program's calls and the line editor's reads
+fail. The C library's internal calls cannot be replaced this way; the full disk is a real one.
+Allocations that fail: failing_allocations_test.py.
 """
 
 import itertools
@@ -54,7 +53,7 @@ FAILED_RESTORE = b"Configuration restore failed.!\n"
 
 LOGIN = b"admin\ngateway\n"
 ANSWERS = b"10.0.0.1\n21\n/b\nftpuser\nftppass\n"
-# What is typed, step by step.
+# {step: what is typed}
 TYPED = {
     "login": LOGIN,
     "list": b"list\n",
@@ -87,7 +86,7 @@ def restore(outcome):
     return transfer(b"restore", b"File path", outcome)
 
 
-# What is seen, step by step; between two steps stands the prompt.
+# {step: what is seen}, the prompts between the steps left out.
 SEEN = {
     "login": GREETING + b"Username: admin\n\n",
     "list": b"list\n" + HEADINGS % (b"sip (SIP settings)\n", b"forward (Call forwarding)\n"),
@@ -128,9 +127,9 @@ SAVED = [b"VERSION=2.1\na=1\n", b"VERSION=2.1\nb=2\n"]
 
 @dataclass
 class Outcome:
-    """How a session differs from one in which nothing fails. A step or request that is None does
-    not take place; of several texts for what is seen either may come. The last lines of the screen
-    may be some that belong to no step."""
+    """How a session differs from one in which nothing fails. A step or request that is None does not
+    take place. Where a step has several texts, any of them may be seen. The screen may end with lines
+    that belong to no step."""
 
     seen: dict = field(default_factory=dict)
     typed: dict = field(default_factory=dict)
@@ -144,7 +143,7 @@ UNCHANGED = Outcome()
 
 
 def without_login(question=b"Username: admin\n", typed=LOGIN):
-    """The outcome when nobody can log in: status 1 after the logout, and no more."""
+    """Returns the outcome when the login is impossible: only the logout, then status 1."""
     return Outcome(
         seen={**dict.fromkeys(SEEN), "login": GREETING + 3 * (question + REFUSAL)},
         typed={"login": 3 * typed},
@@ -155,7 +154,7 @@ def without_login(question=b"Username: admin\n", typed=LOGIN):
 
 
 def ended_after(step, last):
-    """The outcome when input is at its end behind a step."""
+    """Returns the outcome when the input ends after a step."""
     steps = list(SEEN)
     later = steps[steps.index(step) + 1 :]
     return Outcome(
@@ -182,7 +181,7 @@ NO_EXTENSIONS = Outcome(
 )
 NO_VERSION = Outcome(saved=[b"VERSION=ENTRY_NOT_FOUND\na=1\n", SAVED[1]])
 NO_OTHER_VERSION = Outcome(saved=[SAVED[0], b"VERSION=ENTRY_NOT_FOUND\nb=2\n"])
-# The four files that are read on the way, in the order of reading; version.txt twice.
+# The four files read during the session, in that order; version.txt twice.
 READ_FILES = [NO_MENU_TREE, SECOND_LOGIN, NO_EXTENSIONS, NO_VERSION, NO_OTHER_VERSION]
 
 GET_WITHOUT_TEXT = b"get sip\n\nSIP settings\n\n\n\n"
@@ -208,7 +207,7 @@ def failure(call, which, errors, outcome):
 for number, file_outcome in enumerate(READ_FILES, start=1):
     failure("open", number, "EMFILE EINTR", file_outcome)
     failure("fstat", number, "EIO", file_outcome)
-    # Each file takes two reads, of which the second meets the end.
+    # Each file takes two reads; the second finds its end.
     failure("read", 2 * number - 1, "EIO", file_outcome)
     failure("read", 2 * number, "EIO", file_outcome)
     failure("read", 2 * number - 1, "EINTR short", UNCHANGED)
@@ -220,8 +219,8 @@ failure("read", "every", "short", UNCHANGED)
 for which in (1, 2, "every"):
     failure("close", which, "EIO EINTR", UNCHANGED)
 
-# The two summaries, the save file, the logs of backup and restore, and the save file once more.
-# A save file that cannot be made leaves the back end with that of the save before.
+# The two summaries, the save file, the logs of backup and restore, and the save file again.
+# If the save file cannot be created, the back end reads the one of the save before.
 failure("fopen", 1, "EMFILE", NO_SUMMARY)
 failure("fopen", 2, "EIO", NO_OTHER_SUMMARY)
 failure("fopen", 3, "ENOSPC EACCES", Outcome(saved=[b"no file\n", SAVED[1]]))
@@ -234,7 +233,7 @@ failure(
 failure("fread", 1, "EIO EINTR", NO_SUMMARY)
 failure("fread", 2, "EIO", NO_OTHER_SUMMARY)
 failure("fread", "every", "EIO", NO_SUMMARIES)
-# Seven bytes of the summary, which are not all of VERSION=1 but the word itself.
+# Seven bytes of the summary: the word VERSION, but not all of VERSION=1.
 failure("fread", 1, "short", Outcome(seen={"get": GET_HALF + b"VERSION\n\n"}))
 failure("fclose", 1, "EIO", UNCHANGED)
 failure("fclose", 2, "EIO", UNCHANGED)
@@ -247,8 +246,8 @@ failure("getc", "every", "EIO", UNCHANGED)
 for which in (1, 2, "every"):
     failure("unlink", which, "EIO EACCES", UNCHANGED)
 
-# The back end's answers: two lines each for the gets and the saves, and then their end.
-# The shell does not wait for the client then, which may not have written the summary yet.
+# The back end's answers: two lines each for the gets and the saves, then end of file.
+# The shell does not wait for the client then, so the summary may not be written yet.
 HASTY = {
     "get": (SEEN["get"], GET_WITHOUT_TEXT),
     "get_extension": (SEEN["get_extension"], GET_EXTENSION_WITHOUT_TEXT),
@@ -299,7 +298,7 @@ failure(
 for which in (1, 2, "every"):
     failure("pclose", which, "EINTR ECHILD", UNCHANGED)
 
-# The five variables of a request: there is none without one of them, but half a logout is tried.
+# A request is not made without all of its five variables, but a logout is attempted.
 NO_MEMORY = b"ERROR: Out of memory\n"
 for number in range(1, 6):
     failure(
@@ -338,7 +337,7 @@ for number, (step, shown) in enumerate(FAILED_SYSTEM.items(), start=1):
 failure("system", 4, "EAGAIN", UNCHANGED)  # reboot
 failure("system", "every", "EAGAIN", Outcome(seen=FAILED_SYSTEM))
 
-# Questions: the line that would have answered is left for the next one.
+# Questions: the line meant for one question answers the next.
 failure(
     "readline",
     1,
@@ -350,11 +349,11 @@ failure(
 )
 failure("readline", 2, "EIO", ended_after("login", last=b""))
 failure("readline", "every", "EIO", without_login(question=b""))
-# A password is read byte by byte; nine bytes are the login's and the first of the backup's.
+# A password is read byte by byte: the login's takes eight reads, so the ninth is the backup's first.
 NO_PASSWORD = Outcome(typed={"login": b"admin\n" + LOGIN}, seen={"login": REFUSED_ONCE})
 NO_BACKUP_PASSWORD = Outcome(typed={"backup": b"backup\n10.0.0.1\n21\n/b\nftpuser\n"})
 failure("open_terminal", "every", "EACCES EMFILE", UNCHANGED)
-# Where sessions cannot take turns, each goes on by itself.
+# Without a lock, each session continues without waiting for its turn.
 for which in (1, "every"):
     failure("open_folder", which, "EMFILE EACCES", UNCHANGED)
     failure("flock", which, "ENOLCK EINTR", UNCHANGED)
@@ -386,7 +385,7 @@ failure("isatty", 1, "ENOTTY", UNCHANGED)
 failure("isatty", "every", "EIO", UNCHANGED)
 failure("setvbuf", 1, "ENOMEM", UNCHANGED)
 
-# Nothing can be done about a screen that takes no text: what is printed with the call is missing.
+# Output that cannot be written is lost.
 failure("write", 1, "EIO ENOSPC nothing", Outcome(seen={"login": b"Username: admin\n\n"}))
 for which in (1, 2):
     failure("write", which, "EINTR short", UNCHANGED)
@@ -437,8 +436,7 @@ failure("fputc", 1, "ENOSPC", Outcome(saved=[b"VERSION=2.1a=1\n", SAVED[1]]))
 failure("fputc", 2, "ENOSPC", Outcome(saved=[b"VERSION=2.1\na=1", SAVED[1]]))
 failure("fputc", "every", "ENOSPC", Outcome(saved=[b"VERSION=2.1a=1", b"VERSION=2.1b=2"]))
 
-# The line editor's own reads, a byte each: the typed lines end with an error and go on after an
-# interruption.
+# The line editor's own reads, a byte each: an error ends the input, an interruption does not.
 failure("libreadline/read_byte", 1, "EINTR", UNCHANGED)
 failure("libreadline/read_byte", 2, "EINTR", UNCHANGED)
 failure("libreadline/read_byte", len(b"admin\nlist\n") + 1, "EIO", ended_after("list", last=PROMPT))
@@ -447,8 +445,8 @@ failure("libreadline/read_byte", "every", "EIO", without_login(question=b"Userna
 
 @pytest.fixture
 def gateway(device):
-    """A device of few parts, whose back end and transfer programs note what they are asked."""
-    # The line editor's reads that are counted are those of typed lines.
+    """A device with few parts, whose back end and transfer programs record what they are asked."""
+    # Without a start-up file, all counted reads of the line editor are of typed lines.
     device.remove("/etc/inputrc")
     device.write("/etc/menutree.conf", MENU_TREE)
     device.write("/etc/tarn-conf/telephony/extensiondb", EXTENSIONS)
@@ -495,7 +493,7 @@ def saved(device):
 
 
 def screens(outcome):
-    """All the screens that the outcome allows."""
+    """Returns every screen that the outcome allows."""
     steps = [text if isinstance(text, tuple) else (text,) for text in merged(SEEN, outcome.seen)]
     return [PROMPT.join(texts) + outcome.last for texts in itertools.product(*steps)]
 
@@ -508,7 +506,7 @@ def check(device, result, outcome):
 
 
 def failing_shell(call, which, how):
-    """The command that runs the shell with a failing call."""
+    """Returns the command that runs the shell with a failing call."""
     return (
         "/bin/env",
         "LD_PRELOAD=/record/failing_calls.so",
@@ -528,7 +526,7 @@ def test_call_fails(gateway, call, which, how):
     typed = b"".join(merged(TYPED, outcome.typed))
     result = gateway.run(typed, *failing_shell(call, which, how))
     failed = gateway.read(RECORD).count(b"\n") if gateway.exists(RECORD) else 0
-    assert failed > 0 if which == "every" else failed == 1, "the failure is not met"
+    assert failed > 0 if which == "every" else failed == 1, "the call did not fail"
     check(gateway, result, outcome)
 
 
@@ -548,7 +546,7 @@ def failing_console(device, call, which, how):
 
 @pytest.mark.parametrize("number", [2, 3, 4])
 def test_lost_terminal_ends_the_session(gateway, number):
-    """The shell looks after every answer: to the user name, the password and the prompt."""
+    """The shell checks its terminal after every read: user name, password and command."""
     console = failing_console(gateway, "isatty", number, "EIO")
     console.read_until(b"Username: ")
     if number > 2:
@@ -576,7 +574,7 @@ def test_request_to_end_needs_no_timer_at_the_prompt(gateway, call):
 
 
 def test_limit_on_the_size_of_files(device):
-    """What exceeds it is not written, and the signal that tells of it ends nothing."""
+    """Output beyond the limit is lost, and SIGXFSZ does not end the session."""
     device.stand_in("fcgiclient", b"echo $PATH_INFO >>/record/asked")
     settings = b"".join(b"s%d=%s\n" % (number, b"x" * 250) for number in range(100))
     typed = LOGIN + settings + b"save\nhelp exit\nexit\n"
@@ -591,8 +589,8 @@ def test_limit_on_the_size_of_files(device):
 
 
 def test_full_disk_under_tmp(gateway):
-    """Until the backup gives some room back: the first save file is empty and is submitted as it
-    is; what is typed later is saved."""
+    """Until the backup frees some room: the first save file is empty and is submitted like that; what
+    is typed later is saved."""
     gateway.stand_in("wput", b"rm /tmp/filler\necho FINISHED")
     script = """
 cp -a "$1/tmp" "$1/record/tmp" && mount -t tmpfs -o size=64k tessel "$1/tmp" &&

@@ -1,4 +1,4 @@
-"""When output leaves the shell: what is one write, and what waits for the next prompt."""
+"""When output is written: what is one write, and what stays buffered until the next prompt."""
 
 import re
 
@@ -21,9 +21,9 @@ TRACE = (
 
 
 def writes(device):
-    """What the shell has written to its standard output, write by write."""
+    """Returns the shell's writes to standard output."""
     trace = device.read("/record/writes").decode()
-    # musl writes what was waiting and what comes now in one call, from two places.
+    # musl writes buffered and new text in one writev call.
     calls = re.findall(r"^writev?\(1, (.*), \d+\) += \d+$", trace, re.MULTILINE)
     assert calls, trace
     texts = ("".join(re.findall(r'"((?:\\x[0-9a-f]{2})*)"', call)) for call in calls)
@@ -42,12 +42,12 @@ def through_a_pipe(device, line):
 
 @pytest.fixture(params=[at_a_terminal, through_a_pipe])
 def hand_over(request):
-    """A function that has the shell handle a line."""
+    """Returns a function that makes the shell handle a line."""
     return request.param
 
 
 def writes_of_command(device, line, hand_over):
-    """The writes that answer a line at the prompt, up to the one that ends with the next prompt."""
+    """Returns the writes after a line at the prompt, up to the one that ends with the next prompt."""
     hand_over(device, line)
     rest = writes(device)
     while not rest.pop(0).endswith(PROMPT):
@@ -131,7 +131,7 @@ def test_refusal_is_flushed_at_once(device, hand_over, line, text):
     ],
 )
 def test_unflushed_text_is_written_with_the_next_prompt(device, line, text):
-    # At a terminal the line editor flushes once more before its prompt.
+    # At a terminal the line editor flushes before its prompt.
     assert writes_of_command(device, line, through_a_pipe) == [text + PROMPT]
 
 
@@ -142,7 +142,7 @@ def test_greeting_and_refusals_are_flushed_at_once_at_a_terminal(device):
     console.exchange(b"admin", b"Password: ")
     console.exchange(b"gateway", PROMPT, echo=b"")
     console.leave()
-    # What getpass writes to the terminal is its own.
+    # getpass writes to the terminal directly.
     assert writes(device)[:5] == [GREETING, b"Username: ", b"\n", REFUSAL, b"Username: "]
 
 

@@ -1,4 +1,4 @@
-"""The commands that everybody meets first, and how they treat the terminal that they are given."""
+"""The commands at the top of the repository, and how they treat their terminal."""
 
 import contextlib
 import os
@@ -19,7 +19,7 @@ from console import ENVIRONMENT, PATIENCE, PROGRAM_DIR, PROMPT, SOURCE_DIR, WIND
 TESTS = SOURCE_DIR / "tests"
 AT_TERMINAL = SOURCE_DIR / ".ci/at_terminal"
 
-# Whatever a program can do to the terminal of the person who runs the tests.
+# What a program could do to the terminal of whoever runs the tests.
 INTRUDER = """
 import programs
 INTRUDE = "for order in 'echo intruder >/dev/tty' 'stty -echo </dev/tty' 'read line';"
@@ -34,7 +34,7 @@ def test_program_that_is_started():
 
 
 def at_terminal(*command, **options):
-    """Runs a command at a terminal; returns its status and what was seen."""
+    """Runs a command at a terminal. Returns (status, output)."""
     done = programs.run(
         [AT_TERMINAL, *command],
         stdout=programs.PIPE,
@@ -55,7 +55,7 @@ def pytest_at_terminal(*words):
 
 def test_no_program_that_a_test_starts_reaches_the_terminal(tmp_path):
     (tmp_path / "intruder_test.py").write_text(INTRUDER)
-    # Without -s pytest itself would keep them from its standard streams.
+    # Without -s pytest would redirect the standard streams.
     status, seen = pytest_at_terminal(
         "-s", f"--confcutdir={tmp_path}", "-o", f"pythonpath={TESTS}", tmp_path
     )
@@ -77,7 +77,7 @@ def test_programs_are_started_in_one_place():
     found = {
         path.name
         for path in TESTS.rglob("*.py")
-        # What is run within a sandbox stands in a text.
+        # Programs that run within a sandbox are in string literals.
         if any(starts.search(line) for line in path.read_text().splitlines() if '"' not in line)
     }
     assert found == {"programs.py"}
@@ -99,9 +99,9 @@ def test_changing_or_reading_the_terminal_is_detected():
     assert (status, "read from" in seen) == (1, True)
 
 
-# What every command answers
+# Help
 
-# These run on the device, are called by a package manager, or by a test in a sandbox.
+# These run on the device, or are called by a package manager or by a test in a sandbox.
 NOT_FOR_PERSONS = re.compile(
     r"gateway/(backupconfig|boot|fcgiclient|reboot|start_daemon)|packaging/.*|tests/.*"
     r"|gateway/machine/(agent|ftp_server|init|play_session|session|set_up|shut_down)"
@@ -274,11 +274,11 @@ def test_lint_looks_again_at_what_has_changed_or_had_findings(tmp_path):
     assert lint(0) == (0, "looked\n")
 
 
-# A clone, its users and its places
+# Clones: owners, copies
 
 
 class Clone:
-    """A clone of the sources in which ./run has built already."""
+    """A clone of the sources in which ./run has already built."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -311,14 +311,14 @@ class Clone:
         )
 
     def play(self, *lines, options=()):
-        """What ./run shows of a session that the administrator has."""
+        """Plays a session of these lines with ./run. Returns what it prints."""
         session = "\n".join(["admin", "gateway", *lines, "exit", ""]).encode()
         done = self.run("run", *options, input=session)
         assert done.returncode == 0, done
         return done.stdout.decode()
 
     def at_terminal(self):
-        """./run at a terminal."""
+        """Starts ./run at a terminal. Returns the pexpect object."""
         return programs.on_terminal(
             str(self.folder / "run"),
             env=self.environment,
@@ -399,7 +399,7 @@ def test_a_copied_clone_runs_what_it_holds_itself(clone):
     cache.write_text("CMAKE_CACHEFILE_DIR:INTERNAL=/original/build/run\n")
     done = clone.run("run", input=b"")
     assert b"built in another place, /original/build/run: building anew.\n" in done.stderr
-    # The program that was there is gone, and the stand-in for cmake makes none.
+    # The copied program has been removed, and the stand-in for cmake builds none.
     assert (done.returncode, done.stdout) == (1, b"")
     assert not (clone.folder / "build/run/tessel").exists()
 
@@ -491,7 +491,7 @@ def test_a_second_run_waits_until_the_first_has_built(clone):
     os.mkfifo(held_up)
     first = clone.at_terminal()
     with contextlib.closing(first):
-        # That is when the first is in its build.
+        # Now the first is building.
         with open(held_up, "w", encoding="ascii") as go:
             second = clone.at_terminal()
             second.expect_exact("run: waiting for another ./run, which is building.\r\n")

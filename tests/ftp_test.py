@@ -1,5 +1,5 @@
-"""backup and restore on real programs: wput and wget, an FTP server, the device's backup program
-and its back end."""
+"""backup and restore with the real wput and wget, an FTP server, the development gateway's backup
+program and its back end."""
 
 import ast
 import hashlib
@@ -35,7 +35,7 @@ FOREIGN = STARTED + b"backupconfig: ERROR: this is not an archive of this device
 
 @pytest.fixture(name="device")
 def fixture_device(device):
-    """A device whose FTP clients do not wait between tries."""
+    """A device whose FTP clients do not wait between attempts."""
     device.write("/etc/wputrc", b"wait_retry = 0\n")
     device.write("/etc/wgetrc", b"waitretry = 0\n")
     device.serve_ftp()
@@ -56,25 +56,25 @@ def change(console, setting):
 
 
 def archive_of(content):
-    """What the backup program makes of such settings."""
+    """Returns the archive that the backup program makes of these settings."""
     body = b"firmware 2.1.4 length %d\n%s" % (len(content), content)
     return b"GATEWAY-BACKUP 1 %s\n%s" % (hashlib.sha256(body).hexdigest().encode(), body)
 
 
 def archives(device, folder=HOME):
-    """Names and contents of the files in the server's folder."""
+    """Returns {name: content} of the files in the server's folder."""
     files = (path for path in device.path(folder).rglob("*") if path.is_file())
     return {path.name.encode(): path.read_bytes() for path in files}
 
 
 def state(device):
-    """What a restore that fails must leave alone."""
+    """Returns what a failed restore must leave alone."""
     return device.read(STORE), device.read(SYSTEM_LOG)
 
 
 def assert_refused(device, console, outcome, log, before):
-    """A restore failed for the reason in the log, and nothing came of it."""
-    # Before it stands what wget has to say.
+    """A restore failed for the reason in the log and changed nothing."""
+    # wget's messages come first.
     assert outcome.endswith(log + RESTORE_FAILED)
     assert outcome.count(b"Configuration") == 1
     assert state(device) == before
@@ -82,7 +82,7 @@ def assert_refused(device, console, outcome, log, before):
     assert settings(console, b"sip")[b"sip.local_port"] == b"5060"
 
 
-# The whole story
+# Backup, then restore
 
 
 def test_restore_brings_back_the_settings_of_the_backup(device):
@@ -132,7 +132,7 @@ def test_folder_with_characters_of_addresses_in_its_name(device, folder):
     console = device.log_in()
     assert backup(console, path=folder) == BACKUP_FINISHED
     (name,) = archives(device, f"{HOME}/{folder.decode()}")
-    # wget ends the path at either of the two.
+    # For wget the path ends at either of the two.
     typed = folder.replace(b";", b"%3B").replace(b"#", b"%23")
     if typed != folder:
         assert restore(console, folder + b"/" + name).endswith(EMPTY + RESTORE_FAILED)
@@ -157,7 +157,7 @@ def test_session_without_a_terminal_backs_up_and_restores(device):
     assert b"secret" not in result.output + result.errors
 
 
-# When things go wrong on the way to the server
+# Failing transfers
 
 
 def test_wrong_password(device):
@@ -169,7 +169,7 @@ def test_wrong_password(device):
         assert_refused(device, console, restore(console, b"x.bin", **login), EMPTY, before)
     assert list(archives(device)) == [b"x.bin"]
     assert not device.exists(BACKUP_LOG)
-    # As the one server or the other has it.
+    # In the words of one server or the other.
     log = device.read(FTP_LOG)
     assert log.count(b" FTP session opened") + log.count(b" CONNECT: ") >= 8
     assert b" logged in." not in log and b" OK LOGIN: " not in log
@@ -223,12 +223,12 @@ def test_server_ends_during_an_upload(device):
     console = device.log_in()
     assert backup(console) == BACKUP_FAILED
     assert device.exists("/record/server_ends")
-    # Not the end of the session's backups: the next start brings the server back.
+    # Later backups work: the next start brings the server back.
     assert backup(console) == BACKUP_FAILED
 
 
 def test_server_ends_during_a_download(device):
-    # More than fits on the way, so that the server is still at it.
+    # More than the buffers hold, so that the server is still sending.
     device.write(f"{HOME}/x.bin", archive_of(b"filler=0123456789abcdef0123456789abcdef\n" * 10**6))
     device.write("/record/backupconfig", device.read("/bin/backupconfig"), mode=0o755)
     device.stand_in(
@@ -262,7 +262,7 @@ def test_wget_that_is_not_installed(device):
     assert_refused(device, console, outcome, EMPTY, before)
 
 
-# What is restored
+# Files that cannot be restored
 
 
 def make_unreadable(device, name):
@@ -321,12 +321,12 @@ def test_broken_archive_changes_nothing(device):
     assert settings(console, b"sip")[b"sip.local_port"] == b"5999"
 
 
-# What a password may hold
+# Passwords
 
 PRINTABLE = "".join(map(chr, range(32, 127)))
-# An address cannot carry these as they stand: they cut it, or begin an escape. All others can be
-# typed as they are, and these as escapes. For wget a percent sign begins an escape only when two
-# hexadecimal digits follow, and what the escape stands for is looked through once more.
+# These characters end an address or begin an escape, so they must be typed as escapes; all others can
+# be typed as they are. For wget a percent sign begins an escape only if two hexadecimal digits follow,
+# and it decodes the result again.
 NOT_BY_WPUT = "%/"
 NOT_BY_WGET = "#/?@[]"
 
@@ -336,7 +336,7 @@ def escaped(text, characters):
 
 
 def logins(device):
-    """What the server was told as user names and passwords, oldest first."""
+    """Returns the (user name, password) pairs that the server received, oldest first."""
     lines = device.read(FTP_LOG).decode().splitlines()
     words = (line[len("login ") :] for line in lines if line.startswith("login "))
     return [tuple(ast.literal_eval(f"[{each}]")) for each in words]
@@ -352,8 +352,8 @@ def test_user_name_is_decoded_by_the_clients(device):
 
 
 def delivered(device, passwords):
-    """What the server is told as passwords when these are typed, at a backup and at the restore of
-    its file. Both must succeed with every one."""
+    """Returns the passwords that the server receives when these are typed, for a backup and for the
+    restore of its file. Both must succeed with each password."""
     device.serve_ftp("--any-login")
     console = device.log_in()
     for typed in passwords:

@@ -1,7 +1,6 @@
-"""What the development gateway promises to those who try the shell on it and to the other tests.
+"""The development gateway: what those who try the shell on it, and the other tests, rely on.
 
-The commands that run on the gateway here are sh and env, so that nothing depends on the shell.
-TESSEL_PROGRAM_DIR names the build folder.
+The tests run sh and env on the gateway, so that they do not depend on the shell.
 """
 
 import contextlib
@@ -59,7 +58,7 @@ class Gateway:
         return [str(START), *(["--ftp"] if ftp else []), str(self.root), PROGRAM_DIR, *command]
 
     def start(self, *command, ftp=False, typed=""):
-        """Runs a command without a terminal; its standard error is part of the output."""
+        """Runs a command without a terminal. Its output includes standard error."""
         return programs.run(
             self.command_line(*command, ftp=ftp),
             input=typed.encode(),
@@ -69,7 +68,7 @@ class Gateway:
         )
 
     def sh(self, script, ftp=False):
-        """The output of a script that has to succeed."""
+        """Runs a script that must succeed. Returns its output."""
         done = self.start("sh", "-c", PRELUDE + script, ftp=ftp)
         assert done.returncode == 0, done.stdout.decode()
         return done.stdout.decode()
@@ -82,13 +81,13 @@ class Gateway:
         return process
 
     def background(self, script):
-        """A script that runs without a terminal, once it has said READY."""
+        """Starts a script without a terminal. Returns the process once the script has printed READY."""
         process = self.popen("sh", "-c", script)
         assert process.stdout.readline() == b"READY\n"
         return process
 
     def on_terminal(self, script):
-        """A script that runs on a terminal, once it has said READY."""
+        """Starts a script on a terminal. Returns the terminal once the script has printed READY."""
         start, *arguments = self.command_line("sh", "-c", PRELUDE + script)
         terminal = programs.on_terminal(
             start, arguments, timeout=TIMEOUT, encoding="utf-8", echo=False
@@ -462,7 +461,7 @@ def test_no_process_is_left_when_the_command_ends(gateway):
 
 
 def offered_parts(gateway):
-    """Name, caption and ACL of the items that the shell offers."""
+    """Returns (name, caption, ACL) of each item that the shell offers."""
     text = gateway.file("/etc/menutree.conf").read_text()
     for name, body in re.findall(r"^ITEM /cgi-bin/(\w+)\.cgi \{\n(.*?)^\}", text, re.M | re.S):
         acl = re.search(r"ACL = (.*)", body)
@@ -772,7 +771,7 @@ def test_arguments_that_the_ftp_client_adds_are_ignored(gateway):
 
 
 def damaged(archive):
-    """Archives that must be refused, by what is wrong with them."""
+    """Returns {what is wrong: an archive that must be refused}."""
     yield "empty", b""
     yield "foreign", b"<html>404 Not Found</html>\n"
     yield "binary", bytes(range(256)) * 20
@@ -891,7 +890,7 @@ def test_run_explains_itself():
 
 @pytest.fixture(name="install")
 def fixture_install(tmp_path):
-    """install_packages on a machine whose package tools only write down what they are told."""
+    """Returns a function that runs install_packages with package tools that only record their calls."""
     tools = tmp_path / "tools"
     tools.mkdir()
     for name in ("sh", "env", "sed", "tr", "head", "grep"):

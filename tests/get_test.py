@@ -15,7 +15,7 @@ NEXT_LITERAL = b"\x16"
 
 
 def text_of(device, summary):
-    """What is printed of a summary file, without heading and end."""
+    """Returns what get prints of a summary file, without the heading and the two line feeds."""
     device.record_requests(answer=b"never shown\n", summary=summary)
     shown = device.log_in().command(b"get sip")
     assert shown.startswith(HEADING) and shown.endswith(END)
@@ -75,8 +75,8 @@ def test_tab_between_part_and_extension_makes_one_unknown_name(device):
         b"2011",
         b" 201",  # two blanks: the name begins with one
         b"201 202",
-        b"sip1",  # a key, no name
-        b"901",  # of a kind that has no parts
+        b"sip1",  # a key, not a name
+        b"901",  # in a section that is not searched
     ],
 )
 def test_unknown_extension_is_refused(device, extension):
@@ -217,7 +217,7 @@ def test_extension_part_is_printed_below_its_own_heading(device):
         (b"p" * 250 + b"VERSION=1\na=1\n", b"p" * 250 + b"VERSION=1\na=1\n"),
         (b"p" * 250 + b"VERSION=1\nVERSION=2\na=1\n", b"p" * 250 + b"VERSI" + b"a=1\n"),
         (b"p" * 255 + b"VERSION\n" + b"x" * 247, b"p" * 255 + b"x" * 247),
-        # NUL characters lose the rest of their piece
+        # The rest of a piece after a NUL is lost
         (b"VERSION=1\na=1\0lost\n", b"a=1"),
         (b"\0VERSION=1\na=1\n", b""),
         (b"VERSION=1\na\0" + b"l" * 243 + b"next piece\n", b"anext piece\n"),
@@ -279,7 +279,7 @@ def test_missing_client_shows_the_old_summary(device):
 
 def test_only_the_heading_is_printed_when_the_client_cannot_be_started(device):
     device.record_requests(summary=b"VERSION=1\na=1\n")
-    # With room for four open files there is none for a pipe.
+    # With a limit of four open files, no pipe can be opened.
     console = device.log_in("/bin/sh", "-c", f"ulimit -n 5; exec {SHELL}")
     assert console.command(b"get sip") == HEADING
     assert device.requests() == []

@@ -1,4 +1,4 @@
-"""The include graph in docs/maintainers.md, and that every include points down."""
+"""The include graph in docs/maintainers.md is current, and every include points down."""
 
 import importlib.machinery
 import importlib.util

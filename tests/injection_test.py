@@ -1,11 +1,11 @@
-"""No answer to a question of backup or restore runs a command: neither in the interpreter that runs
-the command line, nor in the one that wput starts for its input command, with parts of the address
-in double quotes. Nor does one make an FTP client send a command to the server. The FTP clients and
-the server are real, and the server lets everybody in.
+"""No answer to a question of backup or restore runs a command, neither in the interpreter that runs
+the command line nor in the one that wput starts for its input command, with parts of the address in
+double quotes. Nor does an answer make an FTP client send a command to the server. The FTP clients and
+the server are real, and the server accepts any login.
 
-The commands in the answers leave a file in the current folder, with no slash in their text, which
-would cut the address. Most answers do not go through the dialogue, which would take too long: the
-product's own function makes command lines of them by the thousand.
+The commands in the answers create a file in the current folder and contain no slash, which would end
+that part of the address. Most answers skip the dialogue, to save time: the product's own function
+makes command lines of thousands of them.
 """
 
 import ast
@@ -42,7 +42,7 @@ SUBSTITUTIONS = (
     "\\`touch canary\\`",
     "$((x[$(touch canary)]))",
 )
-# What might end the quotes around an answer, and what might then begin a command.
+# What might end the quotes around an answer, and then begin a command.
 ENDS_OF_QUOTES = ("", "'", '"', '\\"', "\\'")
 COMMANDS = (
     ";touch canary;",
@@ -70,7 +70,7 @@ def escaped(text, characters=SPECIAL, form="%{:02X}"):
 
 
 def payloads():
-    """The typed texts, without repetition."""
+    """Returns the texts to type, without duplicates."""
     typed = list(SUBSTITUTIONS)
     typed += [end + command + end for end in ENDS_OF_QUOTES for command in COMMANDS]
     texts = list(typed)
@@ -82,7 +82,7 @@ def payloads():
     return list(dict.fromkeys(texts))
 
 
-# Answers that shift the parts of the address, so that X is not where its question belongs.
+# Answers that shift the parts of the address, so that X is not in the part that its question is for.
 SHIFTED = (
     {"server": "X@127.0.0.1", "user": "", "password": ""},
     {"server": "X:y@127.0.0.1", "user": "", "password": ""},
@@ -121,13 +121,13 @@ SHIFTED = (
     {"password": "p@127.0.0.1:2121/X"},
     {"password": "X@127.0.0.1:2121/X"},
     {"password": "X@X"},
-    # A backslash that escapes the closing quote turns what is within quotes inside out.
+    # A backslash that escapes the closing quote swaps quoted and unquoted text.
     {"user": "u\\", "path": "X"},
     {"user": "u%5C", "path": "X"},
     {"user": "u%5c", "path": "X"},
     {"user": "X\\", "path": "X\\"},
 )
-# Such as have been seen to run behind the back of wput, when nobody minds them.
+# Texts that run a command in wput's interpreter if they are not escaped.
 DANGEROUS = (
     "$(touch canary)",
     "`touch canary`",
@@ -154,7 +154,7 @@ def shifted(answers, text):
 
 
 def command_lines(direction, cases):
-    """The product's command lines for those answers."""
+    """Returns the product's command lines for these answers."""
     texts = [text for case in cases for text in (direction, *(case[place] for place in PLACES))]
     printed = programs.run(
         [PROGRAM_DIR / "tests" / "print_transfer_command"],
@@ -169,8 +169,8 @@ def command_lines(direction, cases):
 
 
 def careless_lines(cases):
-    """Command lines of backups that mind only the interpreter that runs them. Those of restores do
-    no more than that to an address."""
+    """Returns command lines of backups that are quoted only for the interpreter that runs them, which
+    is how the address in the command line of a restore is quoted."""
     head, tail = b"/bin/wget -nv -t 3 --passive-ftp ", b" -O - |"
     addresses = (line[len(head) : line.index(tail)] for line in command_lines("restore", cases))
     return [
@@ -180,16 +180,16 @@ def careless_lines(cases):
 
 
 def make_open_device(device):
-    """A device with an FTP server for everybody, whose clients do not wait between tries."""
+    """Starts an FTP server that accepts any login, for clients that do not wait between attempts."""
     device.serve_ftp("--any-login --log-lines")
-    # Not left to the clients: of two that make it at once one gives up.
+    # If two clients create the folder at once, one of them gives up.
     device.make_folder("/home/backup/dir")
     device.write("/etc/wputrc", b"wait_retry = 0\n")
     device.write("/etc/wgetrc", b"waitretry = 0\n")
 
 
 def cases_that_ran(device, lines, cases, locale="C"):
-    """Runs the command lines on the device. Returns the cases whose answers ran a command."""
+    """Runs the command lines on the device. Returns the cases in which an answer ran a command."""
     make_open_device(device)
     device.write(RUNNER, (TOOLS / "run_command_lines").read_bytes(), mode=0o755)
     device.write(LINES, b"".join(line + b"\0" for line in lines))
@@ -201,7 +201,7 @@ def cases_that_ran(device, lines, cases, locale="C"):
 
 
 def logins(device):
-    """How often somebody logged in at the FTP server."""
+    """Returns the number of logins at the FTP server."""
     return device.read("/var/log/ftp.log").count(b"\nlogin ")
 
 
@@ -221,7 +221,7 @@ def test_command_in_an_address_with_shifted_parts_does_not_run(device, direction
     assert logins(device) > len(cases) / 4, "the answers did not get as far as the server"
 
 
-# Typed at the console, with the names of keys that the line editor would take for itself
+# Typed at the console, with the keys quoted that the line editor would handle
 
 QUOTED = b"\x16"  # Ctrl-V takes the next key as it is
 TYPED = (
@@ -237,12 +237,12 @@ TYPED = (
     b" & touch ran | touch ran > ran # ",
     b"!$(touch ran)!!",
 )
-# What the terminal itself takes at the password's question: a line feed ends it.
+# At the password's question the terminal itself handles these: a line feed ends the line.
 TYPED_AS_PASSWORD = [text for text in TYPED if b"\n" not in text]
 
 
 def keys(text):
-    """The keys to press for a text."""
+    """Returns the keys to press for a text."""
     return text.replace(b"\n", QUOTED + b"\n").replace(b"\t", QUOTED + b"\t")
 
 
@@ -265,7 +265,7 @@ def test_command_that_is_typed_as_an_answer_does_not_run(device, place, command)
         assert logins(device) > len(texts) / 2, "the answers did not get as far as the server"
 
 
-# The proof that the tests above can fail
+# Proof that the tests above can fail
 
 
 @pytest.mark.parametrize(
@@ -289,7 +289,7 @@ def test_commands_run_without_quoting_for_wputs_interpreter(device, answers, for
 
 
 def test_commands_run_without_escaping_a_backslash_before_the_quote(device):
-    # Not into the same folder: of two clients that make it at once one gives up.
+    # A folder for each client: if two create the same one at once, one of them gives up.
     path = "dir/{};touch canary #"
     users = ("u\\", "u%5C", "u%5c")
     cases = [{**GOOD, "user": u, "path": path.format(i)} for i, u in enumerate(users)]
@@ -327,13 +327,13 @@ FTP_LINE = re.compile(
 
 
 def ftp_lines(device):
-    """What the server was sent, a line each."""
+    """Returns the lines that the server received."""
     log = device.read("/var/log/ftp.log").decode().splitlines()
     return [ast.literal_eval(line[len("line ") :]) for line in log if line.startswith("line ")]
 
 
 def injected(device):
-    """The lines that begin within an answer. wget makes blanks of line ends, which is no less wrong."""
+    """Returns the lines that begin within an answer. wget turns line ends into blanks; this counts too."""
     return [line for line in ftp_lines(device) if not FTP_LINE.fullmatch(line) or b" DELE" in line]
 
 
@@ -351,7 +351,7 @@ def test_no_answer_sends_an_extra_line_to_the_server(device, direction, locale):
     assert injected(device) == []
     sent = ftp_lines(device)
     if direction == "backup":
-        # wput is stopped before it makes a folder of the name that is left.
+        # wput fails before it creates a folder named after the rest.
         assert sent == []
     else:
         assert len(sent) > len(cases), "the answers did not get as far as the server"

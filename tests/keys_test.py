@@ -1,12 +1,12 @@
-"""Keys that once ended or hung the session, and random ones. scripts/fuzz_keys looks for more."""
+"""Keys that end or hang an unguarded line editor, and random keys. scripts/fuzz_keys searches longer."""
 
 import pytest
 
 from keys import fault, report, search
 
-SECONDS = 20  # far more than it takes when nothing prevents what these keys do
+SECONDS = 20  # enough, without the guards, to find one of these faults
 
-# What is wrong with the editor, the keys that show it, and where they do.
+# {fault of the editor: (keys that trigger it, terminal, locale, start-up file)}
 KNOWN = {
     "undo list of a line of the history": (
         [b"m\x0fl\r\x10", b"d\x0f", b"\x1bn\x07", b"n\x10\x10\x0f", b"\x0ee\x0f"],

@@ -1,4 +1,4 @@
-"""Files that are larger than a 32-bit offset can tell."""
+"""Files whose size does not fit in a 32-bit offset."""
 
 import pytest
 
@@ -7,15 +7,15 @@ from console import GREETING, PATIENCE, PROMPT, SHELL
 
 LOGIN = b"admin\ngateway\n"
 LOGGED_IN = GREETING + b"Username: admin\n\n" + PROMPT
-PIECE = 255  # bytes of a summary that are read at once, and printed up to the first NUL
+PIECE = 255  # bytes of a summary read at once, and printed up to the first NUL
 OVER_2_GIB = 2**31 // PIECE * PIECE + PIECE
-# Emulated machines take their time over so much.
+# An emulated machine is slow.
 LONG = 15 * PATIENCE
 
 
 def fill(path):
-    """Lines of sh that make a file with a line at its start, one at its end, and nothing but a hole
-    in between; the device has a folder for it that is memory of its own."""
+    """Returns sh commands that make a file with a line at each end and a hole in between, on a tmpfs of
+    its own."""
     return b"printf 'VERSION=1\\nfirst=1\\n' >%s; truncate -s %d %s; echo last=1 >>%s\n" % (
         path,
         OVER_2_GIB,
@@ -37,7 +37,7 @@ def test_summary_over_2_gib_is_printed_to_its_end(device):
     assert result.status == 0
 
 
-# Here it is the device's cat that must be able to.
+# This depends on the device's cat.
 def test_log_over_2_gib_is_shown_to_its_end(device):
     device.remove("/var/log/cm.log")
     script = fill(b"/dev/shm/log") + (

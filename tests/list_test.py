@@ -1,4 +1,4 @@
-"""What the menu tree offers, as list shows it."""
+"""The list command: which items of the menu tree are offered, and how."""
 
 import pytest
 
@@ -170,7 +170,7 @@ def test_first_item_of_a_name_keeps_its_caption(device):
 def test_sorting_and_duplicate_names_do_not_depend_on_where_names_differ(device):
     starts = [b"same_beginning_of_all"[:length] for length in range(22)]
     names = sorted({start + end for start in starts for end in (b"", b"a", b"\xff")} - {b""})
-    # Neither in order nor in reverse
+    # Neither sorted nor reversed
     numbers = [number * 29 % len(names) for number in range(len(names))]
     assert sorted(numbers) == list(range(len(names)))
     items = [item(names[number], caption=b'"%d"' % number) for number in numbers]

@@ -12,7 +12,7 @@ def access_database(user=b"admin", password=b"gateway", section=b"admin"):
 
 
 def refused(device):
-    """What the device answers to the right pair, three times over, and the exit status."""
+    """Types the right pair three times. Returns the output and the exit status."""
     console = device.console()
     console.read_until(b"Username: ")
     for _ in range(2):
@@ -160,7 +160,7 @@ def test_access_database_is_read_after_the_password_was_typed(device):
         "key in capitals",
         "password in another section",
         "entries outside a section",
-        "password behind the section",
+        "password after the section",
     ],
 )
 def test_nobody_can_log_in_without_a_stored_pair(device, database):

@@ -1,7 +1,7 @@
-"""The shell started by others: the recipes of docs/login.md, word by word, each with the real server
-in a sandbox of its own, and what else may stand on its command line.
+"""The shell started by login programs and servers: the recipes of docs/login.md word by word, each with
+the real server in a sandbox, and arguments on the command line.
 
-The servers are unpacked and not installed: an installed one would be started for this machine, too."""
+The servers are unpacked but not installed, because installing one would start it on this machine."""
 
 import os
 import re
@@ -20,7 +20,7 @@ SIP = b"\nSIP settings\n\nsip.transport=udp\n"
 
 
 def recipe(file, about=""):
-    """What is to be put into a file, of the block whose text contains the words."""
+    """Returns the content of a file in docs/login.md, from the block that contains the words."""
     blocks = re.findall(r"((?:^    .*\n|^\n(?=    \w))+)", RECIPES, re.MULTILINE)
     lines = [[line[4:] for line in block.splitlines() if line] for block in blocks]
     found = [
@@ -40,7 +40,7 @@ PACKAGES = (
     "busybox-static",
     "util-linux",
 )
-# The servers' names in the sandbox, and where they come from.
+# {name in the sandbox: where the server comes from}
 PROGRAMS = {
     "/usr/sbin/sshd": UNPACKED / "usr/sbin/sshd",
     "/usr/sbin/inetutils-inetd": UNPACKED / "usr/sbin/inetutils-inetd",
@@ -60,24 +60,25 @@ def fixture_servers():
     UNPACKED.parent.mkdir(exist_ok=True)
     programs.run(["flock", f"{UNPACKED}.lock", *make], check=True)
     for program in (*PROGRAMS.values(), "/usr/bin/inetutils-telnet"):
-        # Its absence would make tests pass for the wrong reason.
+        # A missing server would make tests pass for the wrong reason.
         assert os.access(program, os.X_OK), program
 
 
 def missing_libraries():
-    """The servers' libraries that this machine does not have."""
+    """Returns the servers' libraries that this machine does not have."""
     unpacked = UNPACKED.glob("usr/lib/*/lib*.so.*")
     return [path for path in unpacked if not Path("/", path.relative_to(UNPACKED)).exists()]
 
 
-# An init insists on being the first process, also as /proc has it.
+# An init must be process 1, in /proc too.
 UNSHARE = ("/usr/bin/unshare", "--pid", "--fork", "--kill-child", "--mount-proc")
 INIT = ("/usr/bin/env", "-i", *UNSHARE, "/sbin/init")
 
 
 class UserSandbox:
-    """The device's root as somebody with that user id sees it. The development gateway itself gives
-    programs no rights at all, which is too little for an init and too much for a user's server."""
+    """A sandbox on the device's root in which commands run with that user id. In the development
+    gateway's own sandbox they are root without capabilities: an init needs the capabilities, and a
+    user's server must not be root."""
 
     def __init__(self, device, uid=0):
         self.device = device
@@ -155,14 +156,14 @@ class UserSandbox:
 
 
 def use_program(device, name, program):
-    """Puts a link to a program where the device has it."""
+    """Replaces a program of the device with a link to another."""
     device.write(name)
     device.path(name).unlink()
     device.path(name).symlink_to(os.path.relpath(program, Path(name).parent))
 
 
 def expect_session(console):
-    """Logs in and asks for something; the prompt stands there then."""
+    """Logs in, prints a part and leaves the session at its prompt."""
     assert console.read_until(b"Username: ").endswith(GREETING + b"Username: ")
     console.exchange(b"admin", b"Password: ")
     assert console.exchange(b"gateway", b"tessel:> ", echo=b"") == b"\ntessel:> "
@@ -174,7 +175,7 @@ def expect_session(console):
 
 @pytest.fixture(name="line")
 def fixture_line(device):
-    """A device with a serial line that a command serves."""
+    """Returns a function that runs a command on a serial line of the device."""
     device.remove("/sbin")
     device.write("/opt/serial_line", (SOURCE_DIR / "tests/serial_line").read_bytes())
 
@@ -185,7 +186,7 @@ def fixture_line(device):
 
 
 def expect_sessions_on(console):
-    """A session, a failed login and another session, all on one line."""
+    """Plays a session, a failed login and another session on one line."""
     expect_session(console)
     console.enter(b"exit")
     console.read_until(GREETING + b"Username: ")
@@ -209,7 +210,7 @@ def agetty_commands():
     yield line.split(":", 3)[3]
     unit = "/etc/systemd/system/serial-getty@ttyS0.service.d/tessel.conf"
     start = [line for line in recipe(unit).splitlines() if line.startswith("ExecStart=")]
-    assert start[0] == "ExecStart=", "the unit's own command is replaced"
+    assert start[0] == "ExecStart=", "the first ExecStart must reset the unit's own command"
     yield start[1].replace("ExecStart=-", "").replace("%I", "ttyS0").replace("$TERM", "vt220")
 
 
@@ -227,8 +228,8 @@ WAIT_FOR_PORT = "until grep -q ':%04X .* 0A ' /proc/net/tcp /proc/net/tcp6; do s
 
 def expect_telnet_session(console):
     seen = console.read_until(GREETING)
-    assert b"Linux" not in seen, "nothing is told about the system"
-    # The echo of what is typed comes from the other end.
+    assert b"Linux" not in seen, "telnetd must not print the system's name"
+    # The echo comes from the server.
     for question, answer in (
         (b"Username: ", b"admin"),
         (b"Password: ", b"gateway"),
@@ -286,7 +287,7 @@ Host gateway
 
 
 class SshDevice:
-    """A device with an account that is reached over ssh."""
+    """A device with an account that can be reached over ssh."""
 
     def __init__(self, device, server):
         self.device = device
@@ -331,7 +332,7 @@ class SshDevice:
 
 
 def account_alone(ssh):
-    """With no word about it in the server's configuration."""
+    """Without a setting in the server's configuration."""
     ssh.add_account(recipe("/etc/passwd", "admin"))
 
 
@@ -399,7 +400,7 @@ def test_a_command_over_ssh_begins_the_dialogue(ssh):
     assert done.stdout.count(b"Wrong username or password\n") == 3
 
 
-# What the copying programs are to do; FILE would be there afterwards.
+# {name: command that copies a file to FILE}
 COPIES = {
     "scp there": "scp -F /etc/ssh/client /etc/version.txt gateway:FILE",
     "scp from": "scp -F /etc/ssh/client gateway:/etc/version.txt FILE",
@@ -407,7 +408,7 @@ COPIES = {
     "old scp from": "scp -O -F /etc/ssh/client gateway:/etc/version.txt FILE",
     "sftp": "echo put /etc/version.txt FILE | sftp -F /etc/ssh/client -b - gateway",
 }
-# Nothing of the session may be left when the client has ended.
+# The session must end when the client has ended.
 WAIT_FOR_END = """
 tries=500
 while grep -qsx tessel /proc/[0-9]*/comm; do
@@ -419,7 +420,7 @@ done
 
 
 def try_to_copy(ssh):
-    """Returns the names of those copies that were said to have worked, and of those that did."""
+    """Returns the names of the copies that reported success, and of those that succeeded."""
     script = "".join(
         f"{command.replace('FILE', f'/tmp/{number}')} >&2 && echo {name}\n" + WAIT_FOR_END
         for number, (name, command) in enumerate(COPIES.items())
@@ -436,13 +437,13 @@ def test_copying_over_ssh_fails(ssh):
 
 
 def test_copying_over_ssh_works_with_another_shell(device):
-    """So it is the shell that stops them, and not the way they are called here."""
+    """So it is the shell that makes them fail."""
     ssh = SshDevice(device, "openssh")
     ssh.add_account(recipe("/etc/passwd", "operator"))
     assert try_to_copy(ssh) == (list(COPIES), list(COPIES))
 
 
-# Nothing but the server's configuration stops that.
+# Only the server's configuration prevents this.
 @pytest.mark.parametrize("ssh", [way for way in WAYS if "alone" not in way], indirect=True)
 def test_no_port_is_forwarded(ssh):
     done = ssh.run("ssh -F /etc/ssh/client -o LogLevel=INFO -W 127.0.0.1:1 gateway")
@@ -450,7 +451,7 @@ def test_no_port_is_forwarded(ssh):
     assert b"administratively prohibited" in done.stderr
 
 
-# What stands on the command line
+# Arguments
 
 AS = "import os, sys; os.execv('/bin/tessel', sys.argv[1:])"
 

@@ -1,4 +1,4 @@
-"""The logs: log_ls and show."""
+"""The commands log_ls and show."""
 
 import pytest
 
@@ -14,7 +14,7 @@ NEXT_LITERAL = b"\x16"
 
 
 def words_of_cat(device, path):
-    """What the device's own cat says of a file that it cannot print."""
+    """Returns the error message of the device's cat for this file."""
     words = device.run(b"", "cat", path).errors
     assert words.startswith(b"cat: ") and path.encode() in words
     return words

@@ -1,4 +1,4 @@
-"""The prompt: what becomes of a typed line, the history, and the end of a session."""
+"""The prompt: how a typed line is handled, the history, and the end of a session."""
 
 import pytest
 
@@ -16,7 +16,7 @@ def console(device):
 
 
 def saved(device, console):
-    """The settings that were pending."""
+    """Saves. Returns the settings that were pending."""
     assert console.command(b"save") == b""
     version, *settings = device.read(SAVE_FILE).split(b"\n")
     assert version == b"VERSION=2.1.4"

@@ -1,5 +1,5 @@
-"""The shell on the emulated device itself: run by getty on the serial line, with nothing between the
-two, and with the device's own reboot. Every test has a machine that was just switched on."""
+"""The shell as the emulated device runs it: by getty, directly on the serial line, with the device's
+own reboot. Every test boots a machine."""
 
 import re
 from dataclasses import dataclass
@@ -29,7 +29,7 @@ def fixture_machine(machine_room):
 
 
 class Line(Console):
-    """The serial line of a machine, with whatever runs on it."""
+    """The serial line of a machine, and what runs on it."""
 
     def __init__(self, machine):
         self._shown = machine.shown
@@ -51,7 +51,7 @@ class Line(Console):
 
 @pytest.fixture(name="line")
 def fixture_line(machine):
-    """The line of a machine that was just started, with the administrator logged in."""
+    """The line of a machine just booted, with the administrator logged in."""
     line = Line(machine)
     line.meet_the_login()
     return line
@@ -86,7 +86,7 @@ def saved(machine, name):
 
 
 def test_shell_is_the_first_process_of_its_session_on_the_serial_line(machine, line):
-    # The number of the process, of its group, of its session and of its terminal's group
+    # Process, process group, session, the terminal's foreground group
     assert machine.sh("cut -d' ' -f1,5,6,8 /proc/$(pidof tessel)/stat").split() == (
         4 * [shell_of(machine)]
     )
@@ -111,21 +111,21 @@ def test_next_administrator_gets_the_login_after_three_wrong_passwords(machine):
     assert logouts(machine) == 1
 
 
-# What happens on the line, whatever the session is doing
+# Events on the line, in every state of a session
 
 
 @dataclass
 class State:
-    """What a session is doing, and how it goes on to its prompt if it is let."""
+    """How to take a session to a state, and from there back to its prompt."""
 
     bring_about: Callable
     go_on: Callable
-    program: str = ""  # that runs then, until it is ended
+    program: str = ""  # the program that runs in this state
     in_login: bool = False
 
 
 def hold(machine, program):
-    """Puts a program in place of the device's that does not get on with its work."""
+    """Replaces a program of the device with one that blocks."""
     held = "case $PATH_INFO in putconf.cgi|logout.cgi) exec $0.real ;; esac; exec sleep 5000"
     machine.sh(
         f"path=$(command -v {program}); mv $path $path.real;"
@@ -151,7 +151,7 @@ def enter_password(machine, line):
 
 
 def finish_password(line):
-    # The keys have become part of the password.
+    # The keys are now part of the password.
     line.enter(b"")
     line.log_in()
 
@@ -222,7 +222,7 @@ STATES = {
     "show": State(show_a_large_log, read_prompt, "cat"),
 }
 KEYS = {b"\x1c": b"^\\", b"\x1a": b"^Z"}
-# What Ctrl-C brings back, and the keys that stood there, typed again.
+# {state: (what is shown after Ctrl-C, what is typed then)}
 INTERRUPTED = {
     "user name": (b"^C\nUsername: ", USER),
     "half a command": (b"^C\n" + PROMPT, b"log_l"),
@@ -277,7 +277,7 @@ def test_keys_end_a_program_and_not_the_session(machine, state, key):
     line = Line(machine)
     STATES[state].bring_about(machine, line)
     shell = shell_of(machine)
-    # Nobody is there who could bring a stopped program back.
+    # Nothing could bring a stopped program back to the foreground.
     line.type(b"\x1a")
     line.read_until(b"^Z")
     assert machine.sh(f"pidof {STATES[state].program}")
@@ -304,7 +304,7 @@ def test_lost_carrier_ends_the_session_and_the_next_administrator_gets_the_login
     assert shell_of(machine) not in ("", shell)
     assert not machine.sh("pidof sleep cat wput")
     assert logouts(machine) == 1
-    # What was typed before is gone.
+    # Earlier settings are gone.
     assert line.command(b"save") == b"ERROR: Nothing to save\n"
     assert not saved(machine, "dns.domain")
 
@@ -382,7 +382,7 @@ def test_session_is_played_on_the_serial_line(machine_room, tmp_path):
     seen = b"\n" + GREETING + b"Username: admin\nPassword: \n\n" + PROMPT
     saved = b"sip.local_port=5071\n" + PROMPT + b"save\n1 setting saved\n" + PROMPT + b"exit\n"
     assert play(*login, b"sip.local_port=5071", b"save", b"exit") == (0, seen + saved)
-    # Settings outlive the machine, and the session ends with the file.
+    # Settings survive the machine, and the session ends with the file.
     status, shown = play(*login, b"get sip")
     assert (status, b"\nsip.local_port=5071\n" in shown) == (0, True)
     status, shown = play(*login, b"get sip", options=["--fresh"])
@@ -400,7 +400,7 @@ def test_person_sees_the_device_boot(machine_room, tmp_path):
 
 
 def test_memory_at_the_prompt(machine, line, record_property):
-    """Tells the figures, and holds them to bounds that only a blunder exceeds."""
+    """Records the figures and compares them with generous limits."""
     process = f"/proc/{shell_of(machine)}"
     (resident,) = re.findall(r"VmRSS:\s+(\d+) kB", machine.sh(f"cat {process}/status"))
     private = re.findall(r"Private_\w+:\s+(\d+) kB", machine.sh(f"cat {process}/smaps_rollup"))

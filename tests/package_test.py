@@ -14,7 +14,7 @@ import programs
 from console import PROGRAM_DIR, SOURCE_DIR
 
 pytestmark = pytest.mark.skipif(
-    not (PROGRAM_DIR / "CMakeCache.txt").exists(), reason="packages are made of a build"
+    not (PROGRAM_DIR / "CMakeCache.txt").exists(), reason="packages are made from a CMake build"
 )
 
 PATIENCE = 600
@@ -27,7 +27,7 @@ PAGES = {"device.md", "firmware.md", "integration.md", "login.md", "security.md"
 
 
 def run(*command, **options):
-    """Runs a command that must succeed and returns what it printed."""
+    """Runs a command that must succeed. Returns its output."""
     done = programs.run(
         [str(word) for word in command],
         stdout=programs.PIPE,
@@ -47,7 +47,7 @@ def project_version():
 
 
 def tracked_files():
-    """What belongs to the sources, committed or new."""
+    """Returns the source files, committed or new."""
     listed = run(
         "git",
         "-c",
@@ -63,11 +63,11 @@ def tracked_files():
 
 
 def files_in(archive):
-    """The files in a source archive, without the folder that holds them all."""
+    """Returns the files in a source archive, without the name of its top folder."""
     folder = archive.name[: -len(".tar.gz")] + "/"
     with tarfile.open(archive) as opened:
         names = [member.name for member in opened if not member.isdir()]
-    assert all(name.startswith(folder) for name in names), "all lies in one folder"
+    assert all(name.startswith(folder) for name in names), "everything must be in one folder"
     return {name[len(folder) :] for name in names}
 
 
@@ -86,7 +86,7 @@ def fixture_archive():
 
 
 def documented_packages():
-    """What docs/integration.md says has to be installed: for a build, and for making a package."""
+    """Returns the packages that docs/integration.md names: for a build, and for making a package."""
     page = read_text(SOURCE_DIR / "docs/integration.md")
     lines = re.findall(r"^    apt-get install --no-install-recommends (.*)", page, re.MULTILINE)
     for_build, for_package = (line.split() for line in lines)
@@ -95,7 +95,7 @@ def documented_packages():
 
 @pytest.fixture(scope="module", name="workshop")
 def fixture_workshop(tmp_path_factory):
-    """A root with nothing but Debian's essential packages and those that build the shell."""
+    """A root folder with Debian's essential packages and those needed to build the shell."""
     listed = run("dpkg-query", "-W", "-f", "${Essential} ${Package}\n").splitlines()
     essential = [line.split()[1] for line in listed if line.startswith("yes")]
     for_build, _ = documented_packages()
@@ -104,8 +104,8 @@ def fixture_workshop(tmp_path_factory):
 
 @pytest.fixture(scope="module", name="build")
 def fixture_build(archive, workshop):
-    """A build of the unpacked source archive, with no option at all and the documented packages alone.
-    The build is kept, so that the next time only what has changed is compiled."""
+    """A build of the unpacked source archive, without options, with only the documented packages. It
+    is kept, so that the next run compiles only what has changed."""
     source = WORK / "source"
     shutil.rmtree(source, ignore_errors=True)
     source.mkdir(parents=True)
@@ -120,7 +120,7 @@ def fixture_build(archive, workshop):
 
 @pytest.fixture(scope="module", name="package")
 def fixture_package(build, workshop):
-    """The Debian package, made from that build with no more than the packages documented for it."""
+    """The Debian package, made from that build with only the packages documented for this."""
     for old in build.glob("*.deb"):
         old.unlink()
     _, for_package = documented_packages()
@@ -227,7 +227,7 @@ def test_install_honours_other_folders(build, tmp_path):
 
 
 def test_the_same_sources_make_the_same_packages(archive, build, package):
-    """Whenever that is: meanwhile the files have been written anew."""
+    """Even later, when the files have new times."""
     later = time.time() + 100
     for path in (build / "tessel", *(WORK / "source").rglob("*")):
         os.utime(path, (later, later))
@@ -303,9 +303,9 @@ def test_the_package_holds_what_is_installed(package, tmp_path):
 
 
 class ThrowawayRoot:
-    """A root folder with no more than a package manager and some packages with what they depend on,
-    made of the files of the host's own packages. Commands run in it as root of a sandbox, so that the
-    host stays as it is and no rights are needed."""
+    """A root folder with a package manager, some packages and their dependencies, copied from the
+    host's installed packages. Commands run in a sandbox in it, as root there, so they need no rights
+    on the host and do not change it."""
 
     NEEDED = (
         "dpkg",
@@ -318,7 +318,7 @@ class ThrowawayRoot:
         "libc-bin",
         "diffutils",
     )
-    # Not what makes a system work.
+    # Without the packages that boot a system.
     LEFT_OUT = ("/usr/share/doc/", "/usr/share/man/", "/usr/share/locale/", "/usr/share/info/")
 
     def __init__(self, folder, packages):
@@ -341,7 +341,7 @@ class ThrowawayRoot:
         self.run("dpkg", "--configure", "--pending")
 
     def add(self, packages):
-        """Adds those packages, as installed, and what they depend on."""
+        """Adds these packages and their dependencies, as installed."""
         for package in self._closure(packages):
             if package not in self._held:
                 self._copy(package)
@@ -351,7 +351,7 @@ class ThrowawayRoot:
 
     @staticmethod
     def _closure(wanted):
-        """Those packages of the host and what they depend on, by their full names."""
+        """Returns the full names of these packages of the host and of their dependencies."""
         packages = {}
         listed = run(
             "dpkg-query", "-W", "-f", "${binary:Package}\t${Pre-Depends}, ${Depends}\t${Provides}\n"
@@ -391,8 +391,8 @@ class ThrowawayRoot:
                 shutil.copy2(source, target, follow_symlinks=False)
 
     def run(self, *command, status=0, shared=None, **options):
-        """Runs a command in the root and returns what it printed. A shared folder of the host stands
-        at its path in the root too."""
+        """Runs a command in the root. Returns its output. A shared folder of the host has the same path
+        in the root."""
         done = programs.run(
             [
                 "bwrap",
@@ -448,7 +448,7 @@ class ThrowawayRoot:
         ]
 
     def snapshot(self):
-        """Every file with its content, but for the package manager's own notes."""
+        """Returns {path: content} of every file except the package manager's database."""
         return {
             name: path.read_bytes()
             if path.is_file() and not path.is_symlink()
@@ -461,7 +461,7 @@ class ThrowawayRoot:
 
 @pytest.fixture(scope="module", name="newer_package")
 def fixture_newer_package(package, tmp_path_factory):
-    """The same package under a higher version."""
+    """The same package with a higher version."""
     folder = tmp_path_factory.mktemp("newer")
     run("dpkg-deb", "-R", package, folder / "tree")
     control = folder / "tree/DEBIAN/control"
@@ -481,7 +481,7 @@ def test_the_package_installs_upgrades_and_purges_cleanly(root, package, newer_p
     root.install(package)
     assert root.shells() == REGISTERED
     assert root.run("dpkg", "--verify", PACKAGE) == ""
-    # It starts, with no more than the package asks for; without a device nobody can log in.
+    # It starts with only the package's dependencies; without a device nobody can log in.
     screen = root.run("tessel", status=1, input="")
     assert screen.startswith("Please, login as an Administrator\n\nUsername: ")
 
@@ -500,7 +500,7 @@ def test_the_package_installs_upgrades_and_purges_cleanly(root, package, newer_p
 
 
 def test_a_shell_that_cannot_be_removed_stays_registered(root, package):
-    """prerm has unregistered it when the removal fails; postinst is asked to put that right."""
+    """prerm has unregistered it before the removal fails; postinst registers it again."""
     root.install(package)
     root.run("/var/lib/dpkg/info/tessel.prerm", "remove")
     assert root.shells() == []

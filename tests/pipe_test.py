@@ -1,4 +1,4 @@
-"""Sessions that are fed by a pipe or a file: without a terminal, with one, and from far away."""
+"""Sessions fed by a pipe or a file: without a terminal, with one, and over ssh."""
 
 import os
 import pwd
@@ -181,7 +181,7 @@ def test_session_runs_to_its_end_when_nobody_reads_its_output(device):
     assert logouts(device) == 1
 
 
-# Where standard error goes the same way as standard output
+# With standard error and standard output in one pipe
 
 BOTH_TO_ONE = ("/bin/sh", "-c", "exec tessel 2>&1")
 
@@ -221,7 +221,7 @@ def test_order_of_a_transfer_in_one_pipe(device):
     )
 
 
-# A file of typed lines. Where there is a terminal, the password is asked for there.
+# A file of typed lines. If there is a terminal, the password is read from it.
 
 TYPED = b"help exit\na=1\nsave\nshow cm\n"
 ANSWER = (
@@ -288,11 +288,11 @@ def test_wrong_passwords_at_the_terminal_of_a_file(device, typed_file):
     assert logouts(device) == len(device.requests()) == 1
 
 
-# From far away, by a client that asks for no terminal
+# Over ssh, without a terminal
 
 
 class SshServer:
-    """A server with one account, whose shell is the device's."""
+    """An ssh server with one account, whose shell is the device's."""
 
     def __init__(self, device, folder):
         self.folder = folder
@@ -317,7 +317,7 @@ class SshServer:
         (folder / "passwd").write_text(f"admin:x:{me.pw_uid}:{me.pw_gid}::{home}:{shell}\n")
 
     def run(self, session):
-        """Feeds a session to the client. The server serves this one connection."""
+        """Feeds a session to the client. Returns its result. The server serves one connection."""
         with socket.create_server(("127.0.0.1", 0)) as listener:
             client = programs.start(
                 self.client(listener.getsockname()[1]),
@@ -349,7 +349,7 @@ class SshServer:
         ]
 
     def server(self):
-        # Where it looks for accounts, it finds this one alone.
+        # This is the only account that the server finds.
         return [
             *("bwrap", "--die-with-parent", "--dev-bind", "/", "/"),
             *("--ro-bind", self.folder / "passwd", "/etc/passwd"),

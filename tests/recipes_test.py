@@ -1,9 +1,9 @@
-"""The recipes in packaging/: the CMake calls that Buildroot, OpenWrt and Yocto make of them, for ARM
+"""The recipes in packaging/: the CMake calls that Buildroot, OpenWrt and Yocto make from them, for ARM
 without floating point, and what they install.
 
-The builders themselves are not run. Their calls are made without a network, without any program of the
-host but the tools named here, without the host's headers, and where the builder has a build folder on
-sources that cannot be written.
+The builders themselves are not run. Their calls are made without a network, with no programs of the host
+except those named here, without the host's headers, and with read-only sources where the builder has a
+separate build folder.
 """
 
 import hashlib
@@ -22,7 +22,7 @@ from package_test import files_below, installed_files, project_version, run
 TRIPLET = "arm-linux-gnueabi"
 pytestmark = [
     pytest.mark.skipif(
-        not (PROGRAM_DIR / "CMakeCache.txt").exists(), reason="the builds are made beside another one"
+        not (PROGRAM_DIR / "CMakeCache.txt").exists(), reason="the builds go next to a CMake build"
     ),
     pytest.mark.skipif(
         not shutil.which(f"{TRIPLET}-g++"),
@@ -34,15 +34,15 @@ WORK = PROGRAM_DIR / "recipes"
 SOURCE = WORK / "source"
 STAGING = WORK / "staging"
 TOOLS = WORK / "tools"
-# What a builder has of the host; of the compiler there is no more than its own programs.
+# The host's programs that a builder has.
 HOST_TOOLS = ("cmake", "make", "ninja", "sh", "env", "uname")
 COMPILER_TOOLS = ("g++", "gcc", "ar", "ranlib", "ld", "nm", "objcopy", "objdump", "readelf", "strip")
 
 
 @pytest.fixture(scope="module", name="recipes")
 def fixture_recipes():
-    """The recipes for a source archive, and beside them what a builder has prepared: the unpacked
-    sources, its tools, and Readline with its headers in a staging folder."""
+    """The recipes for a source archive, next to what a builder prepares: the unpacked sources, its
+    tools, and Readline with its headers in a staging folder."""
     shutil.rmtree(WORK, ignore_errors=True)
     run("cmake", "--build", PROGRAM_DIR, "--target", "package_source")
     archive = PROGRAM_DIR / f"tessel-{project_version()}.tar.gz"
@@ -66,17 +66,17 @@ def make_staging():
         for path in (sysroot / "usr/lib" / TRIPLET).glob(f"{name}.*"):
             shutil.copy(path, libraries)
     shutil.copytree(sysroot / "usr/include/readline", STAGING / "usr/include/readline")
-    # Debian's is a script that leads elsewhere.
+    # Debian's is a linker script with absolute paths.
     shutil.copy(libraries / "libtinfo.so.6", libraries / "libtinfo.so")
 
 
 def build(script, writable, **variables):
-    """Runs lines of sh as a builder runs them, in the folder that can be written."""
+    """Runs sh commands as a builder does, with only that folder writable."""
     hidden = ("/usr/include", "/usr/local", "/home", "/root", "/etc/apt")
     command = [shutil.which("bwrap"), "--unshare-all", "--die-with-parent", "--ro-bind", "/", "/", "--dev", "/dev"]
     for folder in hidden:
         command += ["--tmpfs", folder] if os.path.isdir(folder) else []
-    # What stands below one of these is seen again.
+    # Folders below these are mounted again.
     command += ["--ro-bind", WORK, WORK, "--bind", writable, writable, "--proc", "/proc"]
     command += ["--tmpfs", "/tmp"] if not WORK.is_relative_to("/tmp") else []
     return run(
@@ -86,13 +86,13 @@ def build(script, writable, **variables):
 
 
 def options_of(path, pattern):
-    """CMake's options for the shared and for the static program, as a recipe has them."""
+    """Returns a recipe's CMake options for the shared and for the static program."""
     found = re.search(pattern, (WORK / path).read_text(), re.DOTALL)
     return {"static": found.group(1), "shared": found.group(2)}
 
 
 def buildroot(folder, options):
-    """In the source folder, with make; the toolchain file names a system of Buildroot's own."""
+    """In the source folder, with make; the toolchain file's system name is Buildroot."""
     modules = folder / "support/Platform"
     modules.mkdir(parents=True)
     (modules / "Buildroot.cmake").write_text("include(Platform/Linux)\nset(LINUX 1)\n")
@@ -131,7 +131,7 @@ set(CMAKE_CXX_COMPILER {TOOLS}/{TRIPLET}-g++)
 
 
 def openwrt(folder, options):
-    """Without a toolchain file and without a sysroot; flags come from the environment, too."""
+    """Without a toolchain file and without a sysroot; some flags come from the environment."""
     flags = "-Os -pipe -fno-caller-saves -Wp,-D_FORTIFY_SOURCE=1 -fstack-protector"
     link = f"-L{STAGING}/usr/lib -L{STAGING}/lib -znow -zrelro"
     output = build(
@@ -156,7 +156,7 @@ def openwrt(folder, options):
 
 
 def yocto(folder, options):
-    """The sysroot and the hardening stand in the flags of a generated toolchain file."""
+    """The sysroot and the hardening are flags in a generated toolchain file."""
     toolchain = folder / "toolchain.cmake"
     maps = f"-fmacro-prefix-map={SOURCE}=/usr/src/debug -fdebug-prefix-map={SOURCE}=/usr/src/debug"
     flags = (
@@ -245,7 +245,7 @@ def test_what_a_builder_makes(recipes, name):
             "libm.so.6", "ld-linux.so.3",
         }  # fmt: skip
         assert {"libreadline.so.8", "libstdc++.so.6"} <= needed
-        # Times of 32 bits would be asked for by these names.
+        # The functions with 32-bit times have these names.
         undefined = set(re.findall(r"UND (\w+)", facts))
         assert not undefined & {"time", "stat", "localtime", "timer_settime", "gettimeofday"}
     for path in target.rglob("*"):

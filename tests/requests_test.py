@@ -1,11 +1,11 @@
-"""What the FastCGI client finds in its environment, whole, and what is left of it afterwards."""
+"""The FastCGI client's whole environment, and what is left of it afterwards."""
 
 import pytest
 
 from console import SHELL
 
-# What every program on the device finds: the login's environment, the current directory that sh
-# adds, and the size of the window that the line editor adds.
+# The environment of every program on the device: the login's, the current directory that sh adds, and
+# the window size that the line editor adds.
 ALWAYS = {
     "PATH": "/bin:/usr/bin",
     "HOME": "/",
@@ -39,11 +39,11 @@ def request(program, query=None):
 
 
 def environment_of_children(device, console):
-    """The environment that the shell hands to a program other than the client."""
+    """Returns the environment that the shell gives to a program other than the client."""
     device.remove("/var/log/cm.log")
     device.path("/var/log/cm.log").symlink_to("/proc/self/environ")
     variables = console.command(b"show cm").decode().split("\0")[:-1]
-    # Valgrind leaves an empty list of preloaded libraries behind.
+    # Valgrind leaves an empty LD_PRELOAD.
     return dict(variable.split("=", 1) for variable in variables if variable != "LD_PRELOAD=")
 
 
@@ -119,7 +119,7 @@ def test_logout_after_three_wrong_logins_is_the_same(device):
     device.record_requests()
     result = device.run(3 * b"nobody\nnothing\n")
     assert result.status == 1
-    # Without a window the line editor takes the usual size.
+    # Without a window the line editor assumes the default size.
     assert device.requests() == [{**request("logout.cgi"), "COLUMNS": "80"}]
 
 
@@ -139,7 +139,7 @@ def test_inherited_values_are_overwritten(device):
     assert device.requests() == [
         request("getconfsummary.cgi", SUMMARY_ACTION + "&parampattern=sip"),
         SAVE_REQUEST,
-        request("logout.cgi"),  # the inherited query went with the first request
+        request("logout.cgi"),  # the first request has replaced the inherited query
     ]
 
 
@@ -177,7 +177,7 @@ def test_inherited_values_are_gone_after_the_first_request(device):
 
 
 def test_nothing_is_left_of_a_request_whose_client_cannot_be_started(device):
-    # With room for four open files there is none for a pipe.
+    # With a limit of four open files, no pipe can be opened.
     console = device.log_in(
         "/bin/env", *INHERITED, "/bin/sh", "-c", f"ulimit -n 5; exec {SHELL}"
     )

@@ -1,10 +1,10 @@
-"""The whole way: settings go through the real FastCGI client to the real back end and back."""
+"""Round trips: settings go through the real FastCGI client to the real back end and back."""
 
 from console import SAVE_FILE
 
 
 def settings(console, part):
-    """The settings that get shows, without the heading."""
+    """Returns the settings that get shows, without the heading."""
     lines = console.command(b"get " + part).split(b"\n")
     return dict(line.split(b"=", 1) for line in lines if b"=" in line)
 
@@ -121,7 +121,7 @@ def test_extension_that_appears_can_be_configured_at_once(device):
     assert console.command(b"get ext_dnd 299") == b"ERROR: There is no such an extension\n"
     database = "/etc/tarn-conf/telephony/extensiondb"
     device.write(database, device.read(database) + b"section paging {\nnew = 299\n}\n")
-    # The first section of a kind is the one that counts.
+    # Only the first section of a kind counts.
     assert console.command(b"get ext_dnd 299") == b"ERROR: There is no such an extension\n"
     device.write(database, device.read(database).replace(b"sip1 =", b"new = 299\n    sip1 ="))
     assert console.command(b"get ext_dnd 299").startswith(

@@ -1,4 +1,4 @@
-"""The save command: the save file, and the answer in words."""
+"""The save command: the queue, the save file, and how the answer is printed."""
 
 import pytest
 
@@ -9,7 +9,7 @@ VERSION_FILE = "/etc/version.txt"
 
 
 def shown(device, answer, setting=b"a=1"):
-    """How the answer of the back end looks on the console."""
+    """Returns what save prints for this answer of the back end."""
     device.record_requests(answer=answer)
     console = device.log_in()
     console.command(setting)
@@ -149,7 +149,7 @@ def test_save_file_that_cannot_be_created_stops_nothing(device):
 
 def test_client_that_cannot_be_started_prints_nothing_and_empties_the_queue(device):
     device.record_requests(answer=b"saved\n")
-    # With room for five open files, of which the turn takes one, there is none for a pipe.
+    # With a limit of five open files, one of them the turn's lock, no pipe can be opened.
     console = device.log_in("/bin/sh", "-c", f"ulimit -n 5; exec {SHELL}")
     console.command(b"VERSION=1")
     assert console.command(b"save") == b""
@@ -199,7 +199,7 @@ def test_status_of_the_client_does_not_matter(device):
         (b"##END", b"#"),
         (b"#error #Val #msg #end # ERROR", b"#error #Val #msg #end # ERROR"),
         (b"#ERRORS", b"Error in S"),
-        # What a later rule leaves is not looked at by an earlier one
+        # An earlier rule does not see the result of a later one
         (b"#VA#ENDL", b"#VAL"),
         (b"#ERR#ENDOR", b"#ERROR"),
         (b"#E#ENDND", b"#END"),

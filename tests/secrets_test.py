@@ -1,5 +1,4 @@
-"""Passwords are not shown, not remembered and not kept: the memory of the shell is searched for
-them."""
+"""Passwords are neither in the history nor left in memory: the shell's memory is searched for them."""
 
 import contextlib
 import errno
@@ -15,9 +14,9 @@ import programs
 from backup_test import BACKUP_FINISHED, RESTORE_FAILED, RESTORE_FINISHED, UP, questions, transfer
 from console import ENVIRONMENT, PATIENCE, PROMPT
 
-# Around the sizes of what the C and the C++ library store short texts and lines in.
+# Around the sizes of the C and C++ libraries' buffers for short strings and lines.
 LENGTHS = (8, 15, 16, 17, 23, 24, 25, 31, 64, 119, 120, 121, 200, 239, 240, 241, 255, 256, 300)
-PIECE = 6  # bytes; a shorter one may be in memory by chance
+PIECE = 6  # bytes; a shorter piece may be in memory by chance
 
 
 def make_password(length):
@@ -25,7 +24,7 @@ def make_password(length):
 
 
 def shell_process(device):
-    """The host's number of the shell's process."""
+    """Returns the shell's process id on the host."""
     sandbox = re.search(rb'"child-pid": *(\d+)', device.read("/run/sandbox")).group(1).decode()
     namespace = os.readlink(f"/proc/{sandbox}/ns/pid")
     for process in filter(str.isdigit, os.listdir("/proc")):
@@ -35,12 +34,12 @@ def shell_process(device):
             if is_shell and os.readlink(f"/proc/{process}/ns/pid") == namespace:
                 return process
         except (FileNotFoundError, ProcessLookupError, PermissionError):
-            pass  # it ended meanwhile, or is somebody else's
+            pass  # it has ended, or belongs to another user
     raise AssertionError("the shell does not run")
 
 
 def memory(device):
-    """What the shell's process can write to: its data, heap and stacks."""
+    """Returns the writable memory of the shell's process: data, heap and stacks."""
     process = shell_process(device)
     blocks = []
     try:
@@ -54,12 +53,12 @@ def memory(device):
                     try:
                         blocks.append(file.read(end - start))
                     except OSError as error:
-                        # Gone meanwhile, like the stack on which a child was started.
+                        # Unmapped meanwhile, like the stack for starting a child.
                         if error.errno != errno.EIO:
                             raise
     except PermissionError as refusal:
         pytest.skip(f"the kernel does not let a process read another's memory: {refusal}")
-    # A program without shared libraries has but a few.
+    # A static program has only a few.
     assert len(blocks) > 3 and sum(map(len, blocks)) > 100_000
     return blocks
 
@@ -82,7 +81,7 @@ def test_login_keeps_no_password(device):
         console = device.console()
         console.read_until(b"Username: ")
         console.attempt(b"somebody-else", wrong)
-        assert pieces_in_memory(device, b"somebody-else"), "the search finds nothing at all"
+        assert pieces_in_memory(device, b"somebody-else"), "the search must find a text that is there"
         assert pieces_in_memory(device, wrong) == []
         console.exchange(b"admin", b"Password: ")
         console.exchange(right, PROMPT, echo=b"")
@@ -92,12 +91,12 @@ def test_login_keeps_no_password(device):
 
 
 class Hold:
-    """Makes a transfer wait, so that the shell can be looked at meanwhile."""
+    """Makes a transfer wait, so that the shell can be inspected meanwhile."""
 
     def __init__(self, device):
         for name in ("waits", "go"):
             os.mkfifo(device.path(f"/record/{name}"))
-        # Open for both, so that opening never blocks.
+        # Open for reading and writing, so that opening never blocks.
         self.waits = os.open(device.path("/record/waits"), os.O_RDWR)
         self.go = os.open(device.path("/record/go"), os.O_RDWR)
         wait = b"echo >/record/waits; read line </record/go\n"
@@ -182,7 +181,7 @@ class Pipe:
         return seen
 
     def end(self):
-        """Returns everything that was still printed, on standard output and standard error."""
+        """Returns the rest of the output, standard error included."""
         return b"".join(self.process.communicate(timeout=PATIENCE))
 
     def close(self):
@@ -222,7 +221,7 @@ def test_history_keys_bring_back_no_password(device):
     assert transfer(console, b"backup", user=b"me", password=b"second-secret") == BACKUP_FINISHED
     assert transfer(console, b"restore", user=b"me", password=b"third-secret") == RESTORE_FINISHED
     assert console.command(b"help exit") == b"\nexit\t\tExit tessel.\n\n"
-    # At a question too, and further back than there are lines.
+    # Also at a question, and further back than the history goes.
     console.enter(b"backup")
     console.read_until(questions(b"backup")[0])
     for _ in questions(b"backup")[1:]:

@@ -1,5 +1,4 @@
-"""What docs/security.md says of links, rights, command lines and typed text, where no other test
-shows it."""
+"""Claims of docs/security.md that no other test covers: links, permissions, command lines, typed text."""
 
 import pytest
 
@@ -9,7 +8,7 @@ LOGIN = b"admin\ngateway\n"
 TRANSFER = b"backup\n10.0.0.1\n21\n/b\nftpuser\nftpsecret\n"
 COMMANDS = [b"$(echo>/ran)", b"`echo>/ran`", b";echo>/ran", b"|echo>/ran", b"!echo>/ran", b"&echo>/ran"]
 
-# Notes all command lines and environments of the device's processes.
+# Records the command lines and environments of all processes of the device.
 LOOK_AROUND = b"/usr/bin/cat /proc/[0-9]*/cmdline /proc/[0-9]*/environ >/record/seen\n"
 
 

@@ -1,10 +1,9 @@
-"""Plays the sessions in the folder sessions and compares what the screen shows with them, whole.
+"""Plays the sessions in tests/sessions and compares the whole screen with them.
 
-A session file begins with what it shows in plain words, down to a line of dashes. What follows is
-the screen of an administrator, with what is typed set between « and »; each ends with the Enter key,
-but «^D», which is the end of input. What is typed at a password question does not appear on the
-screen. A line [exit status N] ends a run of the shell; the next run finds the device as the one
-before left it.
+A session file begins with a description, up to a line of dashes. What follows is the administrator's
+screen, with typed text between « and »; Enter follows each, except «^D», the end of input. What is
+typed at a question for a password does not appear on the screen. A line [exit status N] ends a run of
+the shell; the next run finds the device as the previous one left it.
 """
 
 import difflib
@@ -19,7 +18,7 @@ END_OF_INPUT = "^D"
 
 
 def runs_of(text):
-    """The runs of a session, each as (screen with typed text marked, exit status)."""
+    """Returns the runs of a session, each as (screen with typed text marked, exit status)."""
     body = text.split("\n" + 20 * "-", 1)[1].split("\n", 1)[1]
     *runs, rest = re.split(r"\[exit status (\d+)\]\n", body)
     assert runs and not rest.strip(), "a session ends with a line [exit status N]"
@@ -27,10 +26,10 @@ def runs_of(text):
 
 
 def play(console, marked):
-    """Types what is marked, each when what stands before it on its line is there. Returns the
-    screen that is expected and the exit status."""
+    """Types each marked text when the text before it on its line has appeared. Returns the expected
+    screen and the exit status."""
     expected = ""
-    # Nothing is shown for the end of input, so the line break behind it is not on the screen.
+    # The end of input is not echoed, so the line break after it is not on the screen.
     pieces = TYPED.split(marked.replace(f"«{END_OF_INPUT}»\n", f"«{END_OF_INPUT}»"))
     for shown, typed in zip(pieces[::2], pieces[1::2]):
         expected += shown

@@ -1,21 +1,21 @@
 """Keys that send signals, requests to end, and lost terminals, whatever the session is doing.
 
-What must happen:
+Outcomes in the tables:
 
-    stays     nothing ends; what is typed or awaited is as it was
-    a key     it is a key like any other, part of what is typed
-    asks anew the login begins again with the user name; no attempt is used up
-    drops it  what is typed is dropped, and a fresh prompt stands on a new line
-    calls off the transfer has failed before anything was run, and the prompt is back
-    stops     the session stops; in the foreground again it goes on where it was
-    ends it   the program that runs ends and the session goes on
-    waits     the session waits for the program that runs, then it ends with status 0
-    hangs up  the program that runs is told and ends, then the session ends with status 0
-    0, 1      the session ends at once with this status, and nothing that is half typed counts
+    stays     nothing ends; what is typed or awaited is unchanged
+    a key     it is an ordinary key, part of what is typed
+    new login the login begins again with the user name; no attempt is used up
+    drops it  the typed line is dropped and a new prompt shown on a new line
+    cancels   the transfer fails before anything is run, and the prompt is back
+    stops     the session stops; back in the foreground it continues where it was
+    ends it   the running program ends and the session continues
+    waits     the session waits for the running program, then ends with status 0
+    hangs up  the running program gets SIGHUP and ends, then the session ends with status 0
+    0, 1      the session ends at once with this status; a half-typed answer does not count
 
-Whatever ends, the back end is told of it once, no program is left running, and the terminal is set
-as it was. Settings typed before are kept as long as the session goes on. A deaf save is one through
-a client that ignores hang-ups.
+In every case the back end receives exactly one logout, no program is left running, and the terminal's
+modes are restored. Settings typed before are kept while the session continues. In a deaf save the
+client ignores SIGHUP.
 """
 
 import fcntl
@@ -30,18 +30,18 @@ import pytest
 from console import PASSWORD, PROMPT, REFUSAL, SAVE_FILE, SHELL, USER, wait_until
 from gateway_processes import Sandbox, running
 
-# The session stands behind other programs on the terminal, as it does on the development gateway
-# or when a shell runs it. Ctrl-Z is pressed where a shell with job control runs it.
-BEHIND_OTHERS = r"""
+# Another process is the session leader, as on the development gateway or when a shell starts this one.
+# For Ctrl-Z that is a shell with job control.
+NOT_SESSION_LEADER = r"""
                     Ctrl-C     Ctrl-\    Ctrl-Z   SIGTERM  SIGHUP  terminal closed
-user name           asks anew  stays     stops    1        1       1
-password            asks anew  a key     a key    1        1       1
+user name           new login  stays     stops    1        1       1
+password            new login  a key     a key    1        1       1
 prompt              drops it   stays     stops    0        0       0
-backup server       calls off  stays     stops    0        0       0
-backup port         calls off  stays     stops    0        0       0
-backup path         calls off  stays     stops    0        0       0
-backup user name    calls off  stays     stops    0        0       0
-backup password     calls off  a key     a key    0        0       0
+backup server       cancels    stays     stops    0        0       0
+backup port         cancels    stays     stops    0        0       0
+backup path         cancels    stays     stops    0        0       0
+backup user name    cancels    stays     stops    0        0       0
+backup password     cancels    a key     a key    0        0       0
 get                 ends it    ends it   stops    waits    waits   hangs up
 save                ends it    ends it   stops    waits    waits   hangs up
 deaf save           ends it    ends it   stops    waits    waits   waits
@@ -49,18 +49,18 @@ show                ends it    ends it   stops    waits    waits   hangs up
 transfer            ends it    ends it   stops    waits    waits   hangs up
 """
 
-# The session is the first on its terminal, as at a device's console, and hands a hang-up on. Nobody
-# is there who could bring it back to the foreground, so Ctrl-Z stops nothing.
-FIRST_ON_TERMINAL = r"""
+# The shell is the session leader, as at a device's console, and passes a hang-up on. Nothing could
+# bring it back to the foreground, so Ctrl-Z does not stop it.
+SESSION_LEADER = r"""
                     Ctrl-C     Ctrl-\    Ctrl-Z   SIGTERM  SIGHUP    terminal closed
-user name           asks anew  stays     stays    1        1         1
-password            asks anew  a key     a key    1        1         1
+user name           new login  stays     stays    1        1         1
+password            new login  a key     a key    1        1         1
 prompt              drops it   stays     stays    0        0         0
-backup server       calls off  stays     stays    0        0         0
-backup port         calls off  stays     stays    0        0         0
-backup path         calls off  stays     stays    0        0         0
-backup user name    calls off  stays     stays    0        0         0
-backup password     calls off  a key     a key    0        0         0
+backup server       cancels    stays     stays    0        0         0
+backup port         cancels    stays     stays    0        0         0
+backup path         cancels    stays     stays    0        0         0
+backup user name    cancels    stays     stays    0        0         0
+backup password     cancels    a key     a key    0        0         0
 get                 ends it    ends it   stays    waits    hangs up  hangs up
 save                ends it    ends it   stays    waits    hangs up  hangs up
 deaf save           ends it    ends it   stays    waits    waits     waits
@@ -87,7 +87,7 @@ RUNNING_AT_THE_END = ["cat", "fcgiclient", "gateway_backend", "tessel"]
 # Seconds of processor time in a second: far less than a busy loop gets on a busy machine.
 IDLE = 0.1
 
-# A stand-in that notes its work and does not get on with it while there is something to wait for.
+# A stand-in that keeps a journal, and waits while there is a pipe to wait for.
 SLOW_PROGRAM = b"""
 note() { echo "$name$1" >>/record/journal; }
 case ${0##*/}-$PATH_INFO in
@@ -110,13 +110,13 @@ note
 [ ! -p "$hold" ] || cat "$hold" || exit 1
 note " ended"
 """
-# Where a program runs that can be held.
+# The states in which a program runs that can be held.
 WHILE_RUNNING = ("get", "save", "deaf save", "transfer")
-GOING_ON = ("stays", "a key", "asks anew", "drops it", "calls off", "stops", "ends it")
+SESSION_CONTINUES = ("stays", "a key", "new login", "drops it", "cancels", "stops", "ends it")
 
 
 def entries(table):
-    """The table's entries: what the session is doing, what happens, what must come of it."""
+    """Yields the table's entries: what the session is doing, what happens, the outcome."""
     events, *states = (re.split(r"\s{2,}", line.strip()) for line in table.strip().split("\n"))
     for state, *outcomes in states:
         assert len(outcomes) == len(events)
@@ -125,7 +125,7 @@ def entries(table):
 
 
 class Scene:
-    """A session that is brought to where something happens to it, and what is seen of it then."""
+    """Takes a session to a state, lets something happen to it, and observes the result."""
 
     def __init__(self, device, state):
         self.device = device
@@ -143,13 +143,13 @@ class Scene:
         self.hold("hold_logout")
         if state == "deaf save":
             device.write("/record/deaf")
-        # More than any terminal holds back.
+        # More than a terminal buffers.
         device.write("/var/log/cm.log", b"a line of the log\n" * 30000 + LAST_LOG_LINE)
         self.steps = STEPS[state](self)
 
-    def open(self, first_on_terminal=False, job_control=False):
+    def open(self, session_leader=False, job_control=False):
         self.job_control = job_control
-        if first_on_terminal:
+        if session_leader:
             command = ("/usr/bin/setsid", "--ctty", SHELL)
             self.console = self.device.console(*command, prepare=give_up_terminal)
         elif job_control:
@@ -172,7 +172,7 @@ class Scene:
             self.console.hang_up()
 
     def go_on(self):
-        """Lets the session go on from there to its prompt."""
+        """Takes the session from there to its prompt."""
         next(self.steps, None)
 
     def journal(self):
@@ -181,7 +181,7 @@ class Scene:
         return self.device.read("/record/journal").decode().splitlines()
 
     def hold(self, name):
-        """Makes programs wait, as soon as they are ready for it, until they are released."""
+        """Makes the programs that open this pipe wait until they are released."""
         os.mkfifo(self.device.path(f"/record/{name}"))
 
     def await_program(self, name):
@@ -189,7 +189,7 @@ class Scene:
 
         def is_held():
             try:
-                # Fails while nobody reads.
+                # Fails while the program does not read.
                 hold = os.open(self.device.path(f"/record/{name}"), os.O_WRONLY | os.O_NONBLOCK)
             except OSError:
                 return False
@@ -203,18 +203,18 @@ class Scene:
         self.held.pop(name).close()
 
     def signal_shell(self, number):
-        """Sends a signal to the shell alone. Returns when it has met it."""
+        """Sends a signal to the shell only, and waits until it is delivered."""
         shell = self.sandbox.process("tessel")
         os.kill(shell, number)
         wait_until(lambda: not is_pending(shell, number))
 
     def is_idle(self):
-        """Whether next to no processor time is used in a second from now."""
+        """Whether almost no processor time is used during the next second."""
         before = self.sandbox.processor_time()
         time.sleep(1)  # this is the measurement
         return self.sandbox.processor_time() - before < IDLE
 
-    # The steps of sessions: what is done until something happens, and after that.
+    # Generators: the steps up to the state, then those back to the prompt.
 
     def log_in(self):
         self.console.log_in()
@@ -298,7 +298,7 @@ class Scene:
         self.await_program("hold_logout")
         yield
 
-    def while_logging_out_the_refused(self):
+    def while_logging_out_after_refusals(self):
         for _ in range(3):
             self.console.read_until(b"Username: ")
             self.console.exchange(USER, b"Password: ")
@@ -322,9 +322,9 @@ STEPS = {
     "show": Scene.while_showing,
     "transfer": Scene.while_transferring,
     "logout": Scene.while_logging_out,
-    "logout after wrong logins": Scene.while_logging_out_the_refused,
+    "logout after wrong logins": Scene.while_logging_out_after_refusals,
 }
-# The program that runs, or is run by what stands typed there.
+# The program that runs in a state, or that the half-typed line would run.
 PROGRAMS = {
     "prompt": "putconf.cgi",
     "get": "getconfsummary.cgi",
@@ -336,14 +336,14 @@ PROGRAMS = {
 
 
 def give_up_terminal():
-    """Leaves the terminal on standard input to whoever takes it."""
+    """Gives up standard input as controlling terminal, so that another session can take it."""
     signal.signal(signal.SIGHUP, signal.SIG_IGN)
     fcntl.ioctl(0, termios.TIOCNOTTY)
     signal.signal(signal.SIGHUP, signal.SIG_DFL)
 
 
 def programs_running(device):
-    """The names of all processes but command interpreters, which are wherever they like."""
+    """Returns the names of all processes except command interpreters, whose number varies."""
     return sorted(name for name in running(device.root).values() if name not in ("sh", "dash"))
 
 
@@ -363,21 +363,21 @@ def modes_of_a_new_terminal():
 
 
 def stays(scene):
-    scene.console.read_until(b"^")  # that is how the key is shown
+    scene.console.read_until(b"^")  # the echo of the key
     scene.go_on()
-    expect_session_goes_on(scene)
+    expect_session_continues(scene)
 
 
 def a_key(scene):
     assert not scene.console.modes()[3] & (termios.ISIG | termios.ECHO)
     scene.console.type(KILL_LINE + (PASSWORD if scene.state == "password" else BACKUP[4][1]))
     scene.go_on()
-    expect_session_goes_on(scene)
+    expect_session_continues(scene)
 
 
-def asks_anew(scene):
+def new_login(scene):
     scene.console.read_until(b"\nUsername: ")
-    # It can be pressed any number of times.
+    # Any number of times.
     for _ in range(3):
         scene.console.type(KEYS["Ctrl-C"])
         scene.console.read_until(b"^C\nUsername: ")
@@ -387,17 +387,17 @@ def asks_anew(scene):
         scene.console.type(PASSWORD)
     scene.go_on()
     assert REFUSAL not in scene.console.screen
-    expect_session_goes_on(scene)
+    expect_session_continues(scene)
 
 
 def drops_it(scene):
     scene.console.read_until(b"^C\n" + PROMPT)
-    expect_session_goes_on(scene)
+    expect_session_continues(scene)
 
 
-def calls_off(scene):
+def cancels(scene):
     scene.console.read_until(b"\nConfiguration backup failed!\n" + PROMPT)
-    expect_session_goes_on(scene)
+    expect_session_continues(scene)
 
 
 def stops(scene):
@@ -407,14 +407,14 @@ def stops(scene):
     scene.console.enter(b"fg")
     scene.console.read_until(b"tessel\n")
     scene.go_on()
-    expect_session_goes_on(scene)
+    expect_session_continues(scene)
 
 
 def ends_it(scene):
     scene.console.read_until(PROMPT)
     if scene.held:
         scene.release("hold")
-    expect_session_goes_on(scene)
+    expect_session_continues(scene)
 
 
 def waits(scene):
@@ -436,13 +436,13 @@ def ends_with(status):
     return expectation
 
 
-# The outcomes: what is to be seen then, and what becomes of the program that runs.
+# {outcome: (what checks it, fate of the program)}
 OUTCOMES = {
     "stays": (stays, "ended"),
     "a key": (a_key, "ended"),
-    "asks anew": (asks_anew, "ended"),
+    "new login": (new_login, "ended"),
     "drops it": (drops_it, "never begun"),
-    "calls off": (calls_off, "never begun"),
+    "cancels": (cancels, "never begun"),
     "stops": (stops, "ended"),
     "ends it": (ends_it, "killed"),
     "waits": (waits, "ended"),
@@ -460,7 +460,7 @@ def expect_end(scene, status):
     assert scene.has_terminal or scene.is_idle()
     scene.release("hold_logout")
     if scene.job_control:
-        # A shell that the sandbox was not made for cannot leave it with a status.
+        # The exit status of the sandbox is that of the job-control shell.
         scene.console.read_until(JOB_CONTROL_PROMPT)
         assert scene.console.modes() == modes_of_a_new_terminal()
         scene.console.exchange(b"echo status $?", b"status %d\n" % status)
@@ -473,9 +473,9 @@ def expect_end(scene, status):
         assert scene.console.status_after_hang_up() == status
 
 
-def expect_session_goes_on(scene):
-    saved_already = "putconf.cgi" in scene.journal()
-    assert scene.console.command(b"save") == (b"ERROR: Nothing to save\n" if saved_already else b"")
+def expect_session_continues(scene):
+    already_saved = "putconf.cgi" in scene.journal()
+    assert scene.console.command(b"save") == (b"ERROR: Nothing to save\n" if already_saved else b"")
     assert scene.device.read(SAVE_FILE) == b"VERSION=2.1.4\na=1\n"
     scene.console.enter(b"exit")
     expect_end(scene, 0)
@@ -486,14 +486,14 @@ def expected_journal(state, outcome, fate):
     journal = []
     if program and fate != "never begun":
         journal += [program] if fate == "killed" else [program, f"{program} {fate}"]
-    if outcome in GOING_ON and "putconf.cgi" not in journal:
+    if outcome in SESSION_CONTINUES and "putconf.cgi" not in journal:
         journal += ["putconf.cgi", "putconf.cgi ended"]
     return journal + ["logout.cgi", "logout.cgi ended"]
 
 
-def play(device, state, event, outcome, first_on_terminal):
+def play(device, state, event, outcome, session_leader):
     scene = Scene(device, state)
-    scene.open(first_on_terminal, job_control=event == "Ctrl-Z" and not first_on_terminal)
+    scene.open(session_leader, job_control=event == "Ctrl-Z" and not session_leader)
     scene.let_happen(event)
     expectation, fate = OUTCOMES[outcome]
     expectation(scene)
@@ -501,20 +501,20 @@ def play(device, state, event, outcome, first_on_terminal):
     assert scene.sandbox.has_ended()
 
 
-@pytest.mark.parametrize("state, event, outcome", entries(BEHIND_OTHERS))
+@pytest.mark.parametrize("state, event, outcome", entries(NOT_SESSION_LEADER))
 def test_shell_that_is_not_the_session_leader(device, state, event, outcome):
-    play(device, state, event, outcome, first_on_terminal=False)
+    play(device, state, event, outcome, session_leader=False)
 
 
-@pytest.mark.parametrize("state, event, outcome", entries(FIRST_ON_TERMINAL))
+@pytest.mark.parametrize("state, event, outcome", entries(SESSION_LEADER))
 def test_shell_that_is_the_session_leader(device, state, event, outcome):
-    play(device, state, event, outcome, first_on_terminal=True)
+    play(device, state, event, outcome, session_leader=True)
 
 
 @pytest.mark.parametrize("state", ["get", "save", "show", "transfer"])
 def test_program_is_hung_up_when_the_terminal_closes_after_a_request_to_end(device, state):
     scene = Scene(device, state)
-    scene.open(first_on_terminal=True)
+    scene.open(session_leader=True)
     scene.let_happen("SIGTERM")
     scene.let_happen("terminal closed")
     expect_end(scene, 0)
@@ -522,12 +522,12 @@ def test_program_is_hung_up_when_the_terminal_closes_after_a_request_to_end(devi
     assert scene.sandbox.has_ended()
 
 
-@pytest.mark.parametrize("first_on_terminal", [False, True])
+@pytest.mark.parametrize("session_leader", [False, True])
 @pytest.mark.parametrize("event", ["SIGTERM", "SIGHUP", "terminal closed"])
 @pytest.mark.parametrize("state, status", [("logout", 0), ("logout after wrong logins", 1)])
-def test_logout_that_has_begun_is_finished(device, state, status, event, first_on_terminal):
+def test_logout_that_has_begun_is_finished(device, state, status, event, session_leader):
     scene = Scene(device, state)
-    scene.open(first_on_terminal)
+    scene.open(session_leader)
     scene.let_happen(event)
     expect_end(scene, status)
     assert scene.journal() == ["logout.cgi", "logout.cgi ended"]

@@ -7,8 +7,8 @@ from console import ENVIRONMENT, PROMPT
 
 COMMANDS = 10_000
 WARM_UP = 1_000
-# What the line editor's history keeps of a line, in bytes: the line, a time and an entry, each in a
-# block of its own, and room in a list that doubles.
+# Bytes that the line editor's history takes for a line: a block each for the line, a time and an entry,
+# and room in a list that doubles.
 HISTORY = 128
 PAGE = 4096
 PATIENCE = 600
@@ -38,7 +38,7 @@ ROUND = [
 BACKUP = [b"backup", b"10.0.0.1", b"21", b"/b", b"user", b"secret"]
 RESTORE = [b"restore", b"10.0.0.1", b"21", b"/b", b"user", b"secret"]
 
-# Notes what the process that has asked for the part "measured" holds.
+# Records memory, open files and children of the shell that has requested the part "measured".
 CLIENT = rb"""
 case $QUERY_STRING in
 *parampattern=measured)
@@ -74,7 +74,7 @@ class Held:
 
 
 def commands():
-    """The typed lines of 10,000 commands, the first of which warm up; both end with a measure."""
+    """Returns the lines of 10,000 commands. A measurement ends the warm-up, and another the rest."""
     lines = []
     for number in range(1, COMMANDS + 1):
         if number in (WARM_UP, COMMANDS):
@@ -111,8 +111,8 @@ def test_ten_thousand_commands_take_no_more_memory_files_or_children(device):
     notes = device.read("/record/measured").splitlines()
     warm, end = (Held(*map(int, note.split())) for note in notes)
     assert (warm.children, end.children) == (1, 1)
-    # The standard streams and the pipe to the client, whose far end the shell may not have closed yet
-    # when the client looks.
+    # The standard streams and the pipe to the client, whose other end the shell may still have open when
+    # the client looks.
     assert warm.descriptors in (4, 5) and end.descriptors in (4, 5)
     grown = 1024 * (end.resident - warm.resident)
     assert grown <= HISTORY * (len(lines) - WARM_UP) + 16 * PAGE, f"{warm} has become {end}"

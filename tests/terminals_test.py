@@ -1,5 +1,5 @@
-"""Terminals of all kinds, and what people type and paste at them: what a command prints is the same
-everywhere, byte for byte. Only what the line editor adds differs: echo, prompt, control sequences."""
+"""All kinds of terminals, typing and pasting. A command prints the same bytes everywhere; only what the
+line editor adds differs: echo, prompt, control sequences."""
 
 import os
 import re
@@ -56,7 +56,7 @@ def environment(term):
 
 
 def printed_without_a_terminal(device):
-    """What each of the commands prints when the session is fed by a pipe."""
+    """Returns what each command prints when the session is fed by a pipe."""
     output = device.run(LOGIN + b"".join(line + b"\n" for line in COMMANDS)).output
     _, *exchanges = output.split(b"\n" + PROMPT)
     printed = []
@@ -68,7 +68,7 @@ def printed_without_a_terminal(device):
 
 
 def is_editing(console):
-    """Whether the line editor has the terminal, and shows itself what is typed."""
+    """Whether the line editor controls the terminal and does the echo."""
     return not console.modes()[3] & termios.ICANON
 
 
@@ -82,7 +82,7 @@ def modes_of_a_new_terminal(prepare):
 
 
 def log_in(console):
-    # Narrow terminals fold the prompt, so that there is nothing to be waited for.
+    # Narrow terminals wrap the prompt, so it cannot be waited for.
     console.read_until(b"Administrator\n\n")
     wait_until(lambda: is_editing(console))
     console.enter(USER)
@@ -102,7 +102,7 @@ def test_commands_print_the_same_on_every_terminal(device, term, window):
         console.enter(line)
         if answer:
             before = console.read_until(answer)[: -len(answer)]
-            # Before it comes what the editor shows: prompts and what was typed, in whatever way.
+            # Before it comes the editor's own output, in whatever form: prompts and echo.
             shown = ESCAPE_SEQUENCE.sub(b"", before)
             assert set(shown) <= set(PROMPT + b"".join(COMMANDS))
         wait_until(lambda: is_editing(console))
@@ -113,8 +113,7 @@ def test_commands_print_the_same_on_every_terminal(device, term, window):
     assert set(ESCAPE_SEQUENCE.sub(b"", rest)) <= set(PROMPT)
 
 
-# A modem line tells of its carrier unless it is set to be local; a terminal that is lost is held
-# elsewhere. Neither way may the session change how the line is set.
+# With and without CLOCAL, the session must not change how the line is set.
 @pytest.mark.parametrize("local", [True, False])
 def test_serial_line_is_left_as_it_was_found(device, local):
     def prepare_line(terminal):
@@ -152,7 +151,7 @@ def test_typed_setting_keeps_its_bytes(device, term, text):
     assert saved(device, console) == b"name=" + text + b"\n"
 
 
-# One by one, as from a keyboard on a slow line; those that come in a row are not looked at so closely.
+# One by one, as on a slow line: the editor handles bytes that arrive together differently.
 @pytest.mark.parametrize("text", [UMLAUTS.replace(b" ", b""), LATIN_1, bytes(range(0x80, 0x100))])
 def test_setting_typed_slowly_keeps_its_bytes(device, text):
     console = device.console()
@@ -215,8 +214,8 @@ def test_pasted_10000_lines_are_all_handled(device, term):
 SETTINGS = [b"part.%02d=value-%d" % (number, number) for number in range(100)]
 
 
-# The start-up file cannot have it otherwise, and of a terminal that marks what is pasted all the same
-# the marks are ignored.
+# The start-up file cannot turn on bracketed paste, and the marks of a terminal that sends them anyway
+# are ignored.
 @pytest.mark.parametrize("speed", [960, None], ids=["9600", "full speed"])
 @pytest.mark.parametrize("marked", [False, True], ids=["", "marked"])
 @pytest.mark.parametrize("term", ["xterm", "vt100", "linux"])
@@ -239,7 +238,7 @@ def test_pasted_line_feeds_end_lines(device):
     assert saved(device, console) == b"\n".join(SETTINGS) + b"\n"
 
 
-@pytest.mark.skipif(END_SESSIONS, reason="the sanitizers and valgrind take more of the stack")
+@pytest.mark.skipif(END_SESSIONS, reason="sanitizers and valgrind need more stack")
 @pytest.mark.parametrize("terminal", ["dumb", "vt100", "xterm-256color"])
 def test_stack_of_128_kib_is_enough(device, terminal):
     device.record_calls("wput", b"echo FINISHED")

@@ -1,4 +1,4 @@
-"""Sessions take turns at the files that they share with the back end."""
+"""Sessions take turns using the files that they share with the back end."""
 
 import contextlib
 import fcntl
@@ -13,7 +13,7 @@ from secrets_test import shell_process
 SESSIONS = 20
 ROUNDS = 15
 TITLES = [b"ITEM part%d {\nACL = auto\nCAP = \"Part %d\"\n}\n" % (n, n) for n in range(SESSIONS)]
-# Slow enough for every other session to come in between.
+# Slow enough for other sessions to interfere.
 BACK_END = (
     b"case $PATH_INFO in\n"
     b"putconf.cgi) sleep .01; cat " + SAVE_FILE.encode() + b" >>/record/saved ;;\n"
@@ -21,7 +21,7 @@ BACK_END = (
     b'echo "${QUERY_STRING##*=} it is" >>' + SUMMARY_FILE.encode() + b"; sleep .01 ;;\n"
     b"esac\n"
 )
-# All sessions at once, and meanwhile others that are stopped for a while, and then killed.
+# All sessions at once, and meanwhile others that are stopped for a moment and then killed.
 SCRIPT = f"""
 sessions=
 for n in $(seq 0 {SESSIONS - 1}); do
@@ -42,7 +42,7 @@ kill $killer
 
 @contextlib.contextmanager
 def turn(device):
-    """Has the turn, as another session would."""
+    """Holds the turn, as another session would. Yields while it does."""
     folder = os.open(device.path("/tmp"), os.O_RDONLY)
     try:
         fcntl.flock(folder, fcntl.LOCK_EX)
@@ -52,7 +52,7 @@ def turn(device):
 
 
 def wait_for_turn(device):
-    """Waits until the shell waits for its turn."""
+    """Returns when the shell is waiting for its turn."""
     process = shell_process(device)
     wait_until(lambda: _open_files(process) & {os.stat(device.path("/tmp")).st_ino})
 
@@ -88,7 +88,7 @@ def test_twenty_sessions_lose_no_setting_and_print_no_other_part(device):
         text = b"\nPart %d\n\npart%d it is\n\n\n" % (number, number)
         output = device.read(f"/record/out.{number}")
         assert output.count(b" it is\n") == output.count(text) == ROUNDS
-    assert b"part0 it is" in device.read("/record/out.victim"), "no other session had a turn"
+    assert b"part0 it is" in device.read("/record/out.victim"), "no killed session had a turn"
 
 
 @pytest.mark.parametrize("line", [b"save", b"get sip"])
