@@ -288,6 +288,15 @@ def test_macro_recorded_before_the_login_is_gone_after_it(device):
     assert console.command(b"\x18ehelp exit", echo=b"\x07help exit") != b""
 
 
+def test_text_erased_before_the_login_can_be_brought_back_after_it(device):
+    console = device.console()
+    console.read_until(b"Username: ")
+    console.enter(b"help exit\x15admin")
+    console.read_until(b"Password: ")
+    console.exchange(b"gateway", PROMPT, echo=b"")
+    assert console.command(b"\x19", echo=b"help exit") != b""
+
+
 def test_command_line_arguments_are_ignored(device):
     console = device.log_in(SHELL, "--help", "-x", "exit")
     assert console.screen == GREETING + b"Username: admin\nPassword: \n\ntessel:> "
