@@ -1,13 +1,19 @@
 #include "cgi/legible_configuration.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "console/state.h"
+#include "console/text.h"
 #include "tests/unit/capture.h"
 #include "tests/unit/outside.h"
 #include "tests/unit/temporary_folder.h"
@@ -53,6 +59,26 @@ std::string expected_output(const std::string& text) {
         output += piece;
     }
     return output;
+}
+
+// Of each file with one byte more, whichever it is, between two texts. The files are in memory,
+// since a disk takes its time for thousands.
+void expect_same_rule(const std::string& before, const std::string& after) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
+        fdopen(memfd_create("summary", 0), "w"), std::fclose);
+    const std::string path = "/proc/self/fd/" + std::to_string(fileno(file.get()));
+    std::string expected;
+    const std::string seen = captured_output([&] {
+        for (int byte = 0; byte < 256; ++byte) {
+            const std::string text = before + static_cast<char>(byte) + after;
+            ASSERT_EQ(pwrite(fileno(file.get()), text.data(), text.size(), 0),
+                      static_cast<ssize_t>(text.size()));
+            print_without_version(path.c_str());
+            print_now("\n---\n");
+            expected += expected_output(text) + "\n---\n";
+        }
+    });
+    EXPECT_EQ(seen, expected) << before.size() << " bytes, any byte, " << after;
 }
 
 TEST_F(LegibleConfigurationTest, EverythingUpToTheEndOfTheVersionLineIsDropped) {
@@ -122,6 +148,26 @@ TEST_F(LegibleConfigurationTest, RandomFilesArePrintedByTheSameRule) {
             text += words[random() % words.size()];
         }
         ASSERT_EQ(printed(text), expected_output(text)) << testing::PrintToString(text);
+    }
+}
+
+// Every byte in every place next to the border of two pieces, with and without a version before it.
+TEST_F(LegibleConfigurationTest, AnyByteAtTheBorderOfPiecesIsPrintedByTheSameRule) {
+    for (const std::string& start : {""s, "VERSION=1\n"s}) {
+        for (const std::size_t place : {PIECE - 2, PIECE - 1, PIECE, PIECE + 1, 2 * PIECE - 2,
+                                        2 * PIECE - 1, 2 * PIECE, 2 * PIECE + 1}) {
+            const std::size_t before = place - start.size();
+            const std::size_t after = 2 * PIECE + 8 - place;
+            expect_same_rule(start + x(before), x(after));
+        }
+    }
+}
+
+// The word begins in every place next to the border, with every byte before or after it.
+TEST_F(LegibleConfigurationTest, AnyByteNextToAVersionAtTheBorderOfPiecesIsPrintedByTheSameRule) {
+    for (std::size_t place = PIECE - 9; place <= PIECE + 1; ++place) {
+        expect_same_rule(x(place - 1), "VERSION=1\na=1\n");
+        expect_same_rule(x(place) + "VERSION", "=1\na=1\n");
     }
 }
 

@@ -1,11 +1,15 @@
 #include "save/save.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <list>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "cgi/cgi_gateway.h"
 #include "config/config_file.h"
 #include "console/state.h"
 #include "tests/unit/capture.h"
@@ -164,6 +168,60 @@ TEST_F(SaveTest, MarkersSplitBetweenTwoReadsAreFound) {
     outside.client_output = std::string(250, 'x') + "#ERROR" + std::string(300, 'y') + "#END\nz\n";
     EXPECT_EQ(captured_output([] { run_putconf("f"); }),
               std::string(250, 'x') + "Error in " + std::string(300, 'y') + "\nz\n");
+}
+
+// An answer with every marker, as its reader gets it: so many bytes first, the rest after that in
+// pieces of one size.
+constexpr std::string_view EVERY_MARKER =
+    "#ERRORport#VAL99#MSGout of\\nrange#END\n#ERROR_GLOBAL#MSGdisk is full#END#VAL";
+
+struct Pieces {
+    std::string_view text;
+    std::size_t first;
+    std::size_t others;
+};
+
+ssize_t read_piece(void* cookie, char* buffer, std::size_t size) {
+    auto& pieces = *static_cast<Pieces*>(cookie);
+    const std::size_t count = pieces.text.copy(buffer, std::min(size, pieces.first));
+    pieces.text.remove_prefix(count);
+    pieces.first = pieces.others;
+    return static_cast<ssize_t>(count);
+}
+
+std::string answer_in_pieces(Pieces pieces) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(
+        fopencookie(&pieces, "r", {read_piece, nullptr, nullptr, nullptr}), std::fclose);
+    return rewritten(collect(stream.get()));
+}
+
+TEST(SaveAnswer, MarkersAreFoundWhereverTheAnswerIsCutInTwo) {
+    const std::string expected = rewritten(std::string(EVERY_MARKER));
+    ASSERT_EQ(expected.find('#'), std::string::npos);
+    for (std::size_t cut = 1; cut <= EVERY_MARKER.size(); ++cut) {
+        EXPECT_EQ(answer_in_pieces({EVERY_MARKER, cut, EVERY_MARKER.size()}), expected) << cut;
+    }
+}
+
+TEST(SaveAnswer, MarkersAreFoundInPiecesOfEverySize) {
+    const std::string expected = rewritten(std::string(EVERY_MARKER));
+    for (std::size_t size = 1; size <= EVERY_MARKER.size(); ++size) {
+        for (std::size_t first = 1; first <= size; ++first) {
+            EXPECT_EQ(answer_in_pieces({EVERY_MARKER, first, size}), expected) << first << size;
+        }
+    }
+}
+
+// A line is read in pieces of 254 bytes: their border in every place of the answer.
+TEST(SaveAnswer, MarkersAreFoundWhereverALongLineIsCut) {
+    const std::string words = rewritten(std::string(EVERY_MARKER));
+    for (std::size_t before = 0; before <= 2 * 254; ++before) {
+        const std::string filling(before, 'x');
+        const std::string answer = filling + std::string(EVERY_MARKER);
+        for (const std::size_t size : {1U, 7U, 253U, 254U, 255U, 4096U}) {
+            EXPECT_EQ(answer_in_pieces({answer, size, size}), filling + words) << before;
+        }
+    }
 }
 
 TEST_F(SaveTest, NothingIsPrintedWhenTheClientCannotStartOrAnswersNothing) {

@@ -60,6 +60,7 @@ NOT_ON_TARGET = {
         "pipe_test.py::test_three_wrong_logins_by_ssh_end_with_status_1": SSH_SERVER,
         "secrets_test.py": HOST_PROCESSES,
         "signals_test.py": HOST_PROCESSES,
+        "small_domains_test.py": "runs Python on the device, which has none here",
         "soak_test.py": HOST_PROCESSES,
         "terminals_test.py::test_pasted_line_of_100000_characters_is_one_line": SLOW_LINE,
         "terminals_test.py::test_pasted_10000_lines_are_all_handled": SLOW_LINE,
@@ -71,6 +72,7 @@ NOT_ON_TARGET = {
         "failing_calls_test.py": PRELOADED,
         "ftp_answers_test.py": "asks a program of the build that the static one has not",
         "injection_test.py": "asks a program of the build that the static one has not",
+        "small_domains_test.py": "asks a program of the build that the static one has not",
         "soak_test.py": "takes long, and is not particular to a target",
     },
     "musl": {
