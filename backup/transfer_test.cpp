@@ -60,7 +60,7 @@ TEST(TransferCommand, OfARestorePipesTheDownloadIntoTheBackupProgram) {
               "| /bin/backupconfig -r -s stdin -l /tmp/restorelog.txt");
 }
 
-// Every combination of empty and given answers, and every kind of path.
+// All combinations of empty and given answers, and all kinds of paths.
 TEST(TransferCommand, ContainsTheAddressMadeFromTheAnswers) {
     struct User {
         std::string name;
@@ -97,7 +97,7 @@ TEST(TransferCommand, ContainsTheAddressMadeFromTheAnswers) {
             for (const Path& path : paths) {
                 for (const std::string server : {"10.0.0.1", ""}) {
                     const std::string head = "ftp://" + user.part + server + port_part;
-                    // The address so far ends with a slash of its own when all is empty.
+                    // If all is empty, the address already ends with a slash.
                     const bool is_bare = head == "ftp://" && path.path.empty();
                     const Answers answers = {server, port, user.name, user.password, path.path};
                     EXPECT_EQ(
@@ -147,7 +147,8 @@ TEST(TransferCommand, ActiveCharacterIsEscapedForABackupTwiceBeforeTheSlash) {
     }
 }
 
-// wput takes all up to the last at sign for user and password, and hands the password to nobody.
+// wput takes everything up to the last at sign as user and password, and does not pass the password
+// on.
 TEST(TransferCommand, PasswordIsUnchangedForABackup) {
     for (const std::string password : {"p$w", "p@$w", "@$@", "p:`@w", "%24@\\"}) {
         EXPECT_EQ(backup({"h", "", "u", password, ""}),
@@ -166,7 +167,7 @@ TEST(TransferCommand, EscapeOfAnActiveCharacterIsEscapedForABackup) {
     }
 }
 
-// What a lenient decoder makes of one at the very end is anybody's guess.
+// At the very end, decoders differ in what they make of it.
 TEST(TransferCommand, PercentSignWithoutItsTwoDigitsIsEscapedForABackup) {
     for (const std::string end : {"%", "%4", "%4x"}) {
         const std::string escaped = "u%25" + end.substr(1);
@@ -177,8 +178,8 @@ TEST(TransferCommand, PercentSignWithoutItsTwoDigitsIsEscapedForABackup) {
     }
 }
 
-// Everything that is a line end, or becomes one when an address is decoded once or twice, and what
-// stands in its place.
+// Everything that is a line end, or becomes one when an address is decoded once or twice, and its
+// replacement.
 const std::vector<std::pair<std::string, std::string>> LINE_ENDS = {
     {"\n", "%2525"},
     {"\r\n", "%2525%2525"},

@@ -15,7 +15,7 @@ constexpr const char* SYNTAX = "ERROR: the syntax is: get configuration_part [ex
 constexpr const char* NO_PART = "ERROR: There is no such configuration part\n";
 constexpr const char* NO_EXTENSION = "ERROR: There is no such an extension\n";
 
-// The client never starts here, so that a part shows as its heading alone.
+// The client never starts here, so only the heading of a part is printed.
 class GetTest : public OutsideTest {
   protected:
     GetTest() {
@@ -62,7 +62,7 @@ TEST_F(GetTest, TextAfterTheFirstBlankIsTheExtensionsName) {
     EXPECT_EQ(get("forward Reception Desk", 0),
               "\nCall forwarding for extension Reception Desk\n\n");
     EXPECT_EQ(get("forward Reception  Desk", -1), NO_EXTENSION);
-    EXPECT_EQ(get("forward  201", -1), NO_EXTENSION) << "two blanks: the name begins with one";
+    EXPECT_EQ(get("forward  201", -1), NO_EXTENSION) << "two blanks: the name begins with a blank";
     EXPECT_EQ(get("forward 201 202", -1), NO_EXTENSION);
 }
 
@@ -100,7 +100,7 @@ TEST_F(GetTest, UnknownExtensionIsRefused) {
 TEST_F(GetTest, UnreadableExtensionDatabaseHasNoExtensions) {
     setenv("TARN_PATH", "/nowhere/", 1);
     EXPECT_EQ(get("forward 201", -1), NO_EXTENSION);
-    EXPECT_EQ(get("nothing 201", -1), NO_PART) << "the database is not asked";
+    EXPECT_EQ(get("nothing 201", -1), NO_PART) << "the database is not read";
     EXPECT_EQ(get("sip", 0), "\nSIP settings\n\n");
 }
 

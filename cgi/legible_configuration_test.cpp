@@ -22,7 +22,7 @@ namespace {
 
 using std::string_literals::operator""s;
 
-constexpr std::size_t PIECE = 255;  // bytes that are read at once
+constexpr std::size_t PIECE = 255;  // bytes read at once
 
 class LegibleConfigurationTest : public OutsideTest {
   protected:
@@ -37,8 +37,8 @@ std::string x(std::size_t count) {
     return std::string(count, 'x');
 }
 
-// The rule told another way: cut the file into its pieces, each to its first NUL; of the first
-// piece with the word keep what follows the line feed behind it; put the pieces together.
+// The rule in other words: split the file into pieces, cut each at its first NUL, keep of the first
+// piece with the word what follows the line feed after it, and join the pieces.
 std::string expected_output(const std::string& text) {
     std::vector<std::string> pieces;
     for (std::size_t start = 0; start < text.size(); start += PIECE) {
@@ -127,7 +127,7 @@ TEST_F(LegibleConfigurationTest, VersionSplitByTheEndOfAPieceIsNotFound) {
         EXPECT_EQ(printed(text), text) << inside << " characters before the end of the piece";
     }
     EXPECT_EQ(printed(x(PIECE - 7) + "VERSION=1\na=1\n"), x(PIECE - 7) + "VERSION=1\na=1\n")
-        << "found, but its line feed stands in the next piece";
+        << "found, but its line feed is in the next piece";
     EXPECT_EQ(printed(x(PIECE) + "VERSION=1\na=1\n"), x(PIECE) + "a=1\n");
 }
 

@@ -59,8 +59,7 @@ std::string stripped(const std::string& line, char comment = '#') {
     return std::string(config_text::strip(line, comment));
 }
 
-// Generous: work that grows linearly takes a small part of it, work that grows with the square of
-// the size many times as much.
+// Generous: linear work takes a small part of it, quadratic work many times as much.
 constexpr double CPU_LIMIT = 5;  // seconds
 
 double cpu_seconds() {

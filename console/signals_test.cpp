@@ -13,7 +13,7 @@
 
 namespace {
 
-// Signals are met in a child of the test, which reports by its status, and does not wait for ever.
+// Signals are raised in a child of the test, which reports by its exit status and has a time limit.
 void expect_in_child(bool (*holds)()) {
     EXPECT_EXIT(
         {
@@ -53,7 +53,7 @@ TEST_F(SignalsTest, ChildrenHaveTheDefaultActionEvenOfSignalsInheritedAsIgnored)
             std::signal(signal, SIG_IGN);
         }
         install_signal_handlers();
-        // A handler is set back to the default when another program starts.
+        // exec resets a handler to the default action.
         for (const int signal : {SIGINT, SIGQUIT, SIGPIPE, SIGXFSZ, SIGHUP, SIGTERM}) {
             struct sigaction action = {};
             sigaction(signal, nullptr, &action);
@@ -91,7 +91,7 @@ TEST_F(SignalsTest, HalfTypedAnswerIsDroppedAtARequestToEnd) {
     }
 }
 
-// Also when the request came before the wait began: it repeats itself, and not only once.
+// Also if the request came before the wait began: it is repeated, more than once.
 TEST_F(SignalsTest, RequestToEndInterruptsEveryWait) {
     expect_in_child([] {
         install_signal_handlers();

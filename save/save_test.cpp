@@ -31,7 +31,7 @@ class SaveTest : public OutsideTest {
     TemporaryFolder folder_;
 };
 
-// The device's own version file, which a development machine does not have: then the marker.
+// The device's version, or the marker where there is no version file, as on a development machine.
 std::string version_line() {
     ConfigFile version_file("/etc/version.txt", false, false);
     version_file.ChangeSyntax(':', '\n', '#');
@@ -75,7 +75,7 @@ TEST(ReplaceAll, ReplacesEveryOccurrence) {
 
 TEST(ReplaceAll, InsertedTextIsNotSearchedAgain) {
     EXPECT_EQ(replaced("a", "a", "aa"), "aa");
-    EXPECT_EQ(replaced("aab", "ab", "b"), "ab") << "nor what it makes with the text before it";
+    EXPECT_EQ(replaced("aab", "ab", "b"), "ab") << "nor text that it forms with the text before it";
     EXPECT_EQ(replaced("aba", "a", "bab"), "babbbab");
 }
 
@@ -86,7 +86,7 @@ TEST(ReplaceAll, BeginsAtTheGivenPosition) {
     EXPECT_EQ(replaced("abab", "ab", "x", 1), "abx");
 }
 
-// Moving the rest of the text at each replacement would take many times the limit.
+// Moving the rest of the text at each replacement would take many times as long.
 TEST(ReplaceAll, TimeGrowsLinearlyWithTheText) {
     const std::size_t count = 1'500'000;
     const std::clock_t start = std::clock();

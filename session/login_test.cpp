@@ -9,7 +9,7 @@
 
 namespace {
 
-// Whatever the device's access database says: nobody has these names.
+// Nobody has these names, whatever the access database contains.
 TEST(Credentials, AreWipedAfterUse) {
     constexpr const char* SECRET = "correct horse battery staple";
     std::string user = SECRET;

@@ -1,4 +1,4 @@
-"""Gives every test a device of its own and shows what happened at its consoles when it fails."""
+"""Gives every test its own device, and reports what happened at its consoles if it fails."""
 
 import os
 import re
@@ -10,14 +10,14 @@ import pytest
 from console import MAKE_ROOT, ON_MACHINE, PROGRAM_DIR, TARGET, Device
 from machine import MACHINE_ONLY, NOT_ON_TARGET, MachineDevice, MachineRoom
 
-# What tests ask for that run the shell or its back end.
+# The fixtures of tests that run the shell or its back end.
 GATEWAYS = {"bare_device", "device", "gateway", "sandbox"}
 
 
 # What takes longest, first; several processes then end at about the same time.
 LONG = ("model", "package", "recipes", "soak", "injection", "login_ways", "secrets", "signals")
-# The tests of these files share what is costly to make, or cannot be made twice at once, and so a
-# process: {file: group}
+# {file: group}. The tests of a group run in one process, since they share something that is expensive,
+# or that cannot be made twice at once.
 TOGETHER = {
     "package_test.py": "package_test.py",
     "recipes_test.py": "package_test.py",
@@ -27,8 +27,7 @@ TOGETHER = {
 
 @pytest.hookimpl(tryfirst=True)  # xdist looks at the marks in its own
 def pytest_collection_modifyitems(items):
-    """Puts the tests in order, and skips what cannot run on the device that they are for, with the
-    reason."""
+    """Sorts the tests, and skips those that cannot run on the target, with the reason."""
     ranks = {f"{name}_test.py": rank for rank, name in enumerate(LONG)}
     items.sort(key=lambda item: ranks.get(item.path.name, len(ranks)))
     for item in items:
@@ -55,7 +54,7 @@ def pytest_sessionstart():
 
 @pytest.fixture(scope="session")
 def machine_room():
-    """Where emulated machines run."""
+    """Boots emulated machines."""
     room = MachineRoom()
     yield room
     room.close()
@@ -63,7 +62,7 @@ def machine_room():
 
 @pytest.fixture
 def device(machine_room):
-    """A device with factory settings that runs nothing yet."""
+    """A device with factory settings, on which nothing runs yet."""
     machine = machine_room.for_devices() if ON_MACHINE else None
     where = machine.share if machine else None
     with tempfile.TemporaryDirectory(prefix="tessel-test-", dir=where) as folder:
@@ -74,7 +73,7 @@ def device(machine_room):
 
 
 def pytest_make_parametrize_id(val):
-    """Keeps the names of tests short whose parameters are long."""
+    """Shortens the names of tests with long parameters."""
     if isinstance(val, bytes) and len(val) > 40:
         return f"{val[:20]!r}...{len(val)} bytes"
     return None
@@ -90,9 +89,9 @@ def pytest_runtest_makereport(item, call):
 
 
 def pytest_runtest_logreport(report):
-    """Leaves what is known of a failure in a file of the folder that TESSEL_TRANSCRIPTS names."""
+    """Writes the transcript of a failed test into the folder named by TESSEL_TRANSCRIPTS."""
     folder = os.environ.get("TESSEL_TRANSCRIPTS")
-    # With several processes each report comes to the one that speaks for all, too.
+    # With several processes the main one gets each report too.
     if not (report.failed and folder) or "PYTEST_XDIST_WORKER" in os.environ:
         return
     # xdist appends the group.
@@ -104,7 +103,7 @@ def pytest_runtest_logreport(report):
 
 
 def pytest_terminal_summary(terminalreporter):
-    """Tells what tests have measured."""
+    """Prints what tests have measured."""
     for report in terminalreporter.getreports("passed"):
         for name, value in report.user_properties:
             terminalreporter.write_line(f"{name}: {value}")

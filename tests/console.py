@@ -1,8 +1,8 @@
-"""A device of the tests' own, and an administrator's hands and eyes at its console.
+"""Devices for the tests, and consoles to operate them.
 
 A Device is the root folder of a development gateway. Tests change its files, put stand-ins for its
-programs into its /bin and then open a Console, which is a pseudo-terminal that the shell runs on,
-or hand a whole session to the shell through a pipe. Everything seen and typed is bytes.
+programs into its /bin, and then open a Console, a pseudo-terminal that the shell runs on, or feed a
+whole session to the shell through a pipe. Everything seen and typed is bytes.
 """
 
 import atexit
@@ -27,7 +27,7 @@ PROGRAM_DIR = Path(os.environ.get("TESSEL_PROGRAM_DIR") or SOURCE_DIR / "build")
 MAKE_ROOT = SOURCE_DIR / "gateway" / "make_root"
 START = SOURCE_DIR / "gateway" / "start"
 
-# Temporary files of the tests, and of all programs that they start, stand in the build folder.
+# Temporary files of the tests, and of all programs that they start, are in the build folder.
 TEMPORARY_FILES = PROGRAM_DIR.absolute() / "tmp"
 TEMPORARY_FILES.mkdir(parents=True, exist_ok=True)
 os.environ["TMPDIR"] = tempfile.tempdir = str(TEMPORARY_FILES)
@@ -44,42 +44,42 @@ SAVE_FILE = "/tmp/consoleLCFile"
 
 # A terminal without control sequences.
 ENVIRONMENT = {**os.environ, "TERM": "dumb"}
-# Wide enough for the line editor to show every line that is typed here as it is, in one row.
+# Wide enough for the line editor to show every line in one row.
 WINDOW = (24, 4000)
 # The 32-bit target that the tests are for, if any. Devices of armhf run on an emulated machine, and
 # its serial line is the console.
 TARGET = os.environ.get("TESSEL_TARGET", "")
 ON_MACHINE = TARGET == "armhf"
-# Seconds until a missing answer is a failure; only ever used up by a test that fails.
+# Seconds until a missing answer is a failure.
 PATIENCE = int(os.environ.get("TESSEL_TEST_PATIENCE") or 20)
-# Sessions that a test leaves open are ended in an orderly way, not killed: the sanitizers look for
-# leaks, and the counts of coverage are written, at the end only.
+# Whether sessions that a test leaves open must be ended rather than killed: leaks are reported, and
+# coverage is written, only at the end.
 END_SESSIONS = "TESSEL_TEST_END_SESSIONS" in os.environ
 
 RunResult = namedtuple("RunResult", "status output errors")
 
 
 def wait_until(condition):
-    """Waits until the condition holds, which nothing else announces."""
+    """Polls until the condition holds."""
     deadline = time.monotonic() + PATIENCE
     while not condition():
-        assert time.monotonic() < deadline, "what is waited for does not happen"
+        assert time.monotonic() < deadline, "the condition does not become true"
         time.sleep(0.01)
 
 
 def _without_crlf(screen):
-    """Undoes what the terminal makes of every line feed."""
+    """Returns the screen with the terminal's line ends turned back into line feeds."""
     return screen.replace(b"\r\n", b"\n")
 
 
 def _as_found():
-    """Python programs ignore SIGPIPE; a login finds it with its default action."""
+    """Resets SIGPIPE, which Python ignores, to its default action, as a login shell finds it."""
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)
 
 
 @functools.cache
 def _factory_root():
-    """The root folder of a device with factory settings; making one takes longer than copying it."""
+    """Returns the root folder of a device with factory settings, to copy: making one takes longer."""
     folder = tempfile.mkdtemp(prefix="tessel-factory-")
     atexit.register(shutil.rmtree, folder)
     root = Path(folder) / "root"
@@ -88,7 +88,7 @@ def _factory_root():
 
 
 class Device:
-    """The root folder of a device, with its files, and the programs that it runs."""
+    """The root folder of a device, and the shells that run on it."""
 
     def __init__(self, root):
         self.root = Path(root)
@@ -99,7 +99,7 @@ class Device:
         self.path("/record").mkdir()
 
     def path(self, name):
-        """Where the device's file of that name stands on the host."""
+        """Returns the host's path of a file of the device."""
         return self.root / name.lstrip("/")
 
     def read(self, name):
@@ -109,7 +109,7 @@ class Device:
         return os.path.lexists(self.path(name))
 
     def write(self, name, content=b"", mode=0o644):
-        """Puts a file in place of whatever stands there."""
+        """Writes a file, replacing whatever has that name."""
         self.remove(name)
         path = self.path(name)
         path.parent.mkdir(parents=True, exist_ok=True)
@@ -117,7 +117,7 @@ class Device:
         path.chmod(mode)
 
     def make_folder(self, name):
-        """Puts an empty folder in place of whatever stands there."""
+        """Makes an empty folder, replacing whatever has that name."""
         self.remove(name)
         self.path(name).mkdir()
 
@@ -129,14 +129,14 @@ class Device:
             path.unlink()
 
     def stand_in(self, name, script):
-        """Puts a sh script in place of the program of that name in /bin."""
+        """Replaces the program of that name in /bin with a sh script."""
         self.write(f"/bin/{name}", b"#!/usr/bin/sh\n" + script, mode=0o755)
 
-    # What the device was asked for. Each recorder keeps its notes in /record.
+    # Recorders of what the shell asks of the device. They write to /record.
 
     def record_requests(self, answer=b"", summary=None):
-        """Replaces the FastCGI client by one that notes its environment, writes the summary file if
-        a summary is given, and prints the answer."""
+        """Replaces the FastCGI client with one that records its environment, writes the summary file
+        if a summary is given, and prints the answer."""
         script = b"{ env | sort; echo; } >>/record/requests\n"
         if summary is not None:
             self.write("/record/summary", summary)
@@ -145,16 +145,16 @@ class Device:
         self.stand_in("fcgiclient", script + b"/usr/bin/cat /record/answer\n")
 
     def requests(self):
-        """The environments noted by record_requests, oldest first."""
+        """Returns the environments recorded by record_requests, oldest first."""
         if not self.exists("/record/requests"):
             return []
         notes = self.read("/record/requests").decode().split("\n\n")[:-1]
-        # Valgrind leaves an empty list of preloaded libraries behind.
+        # Valgrind leaves an empty LD_PRELOAD.
         lines = [[line for line in note.split("\n") if line != "LD_PRELOAD="] for note in notes]
         return [dict(line.split("=", 1) for line in request) for request in lines]
 
     def record_command_lines(self):
-        """Puts a recorder before the command interpreter."""
+        """Makes the command interpreter record its command lines."""
         self.stand_in(
             "sh",
             b'[ "$1" != -c ] || { for last; do :; done; printf "%s\\n" "$last"; } '
@@ -164,11 +164,11 @@ class Device:
         self.write("/record/command_lines")
 
     def command_lines(self):
-        """The lines that the command interpreter was given, oldest first."""
+        """Returns the command interpreter's command lines, oldest first."""
         return self.read("/record/command_lines").splitlines()
 
     def record_calls(self, name, then=b"exit 0"):
-        """Replaces a program by one that notes how it was called and then does what it is told."""
+        """Replaces a program with one that records its call and then runs a script."""
         self.stand_in(
             name,
             b'call=${0##*/}; for word; do call="$call [$word]"; done\n'
@@ -176,41 +176,41 @@ class Device:
         )
 
     def calls(self):
-        """How the programs under record_calls were called, oldest first: name [word] [word] ..."""
+        """Returns the calls recorded by record_calls, oldest first: name [word] [word] ..."""
         return self.read("/record/calls").splitlines() if self.exists("/record/calls") else []
 
     def served(self):
-        """The requests that reached the back end itself."""
+        """Returns the requests that reached the back end."""
         log = "/var/lib/gateway/requests.log"
         return self.read(log).decode().splitlines() if self.exists(log) else []
 
     def serve_ftp(self, options=""):
-        """From its next start on the device runs the FTP server with these options."""
+        """Makes the device run the FTP server, with these options, from its next start."""
         self._serves_ftp = True
         self.write("/etc/ftp_options", options.encode() + b"\n")
 
     # Sessions
 
     def start_command(self, command=()):
-        """The command line that starts the shell, or the command given instead, on the device."""
+        """Returns the command line that runs the shell, or another command, on the device."""
         start = [str(START), *(["--ftp"] if self._serves_ftp else [])]
         return ["/bin/sh", *start, str(self.root), str(PROGRAM_DIR), *(command or [SHELL])]
 
     def console(self, *command, **terminal):
-        """Opens a console; the shell, or the command given instead, has just been started. What is
-        particular about the terminal is handed to Console."""
+        """Starts the shell, or another command, on a new terminal. Returns the Console, to which the
+        keyword arguments are passed."""
         console = self._new_console(command, **terminal)
         self._consoles.append(console)
         return console
 
     def log_in(self, *command):
-        """Opens a console at which the administrator has logged in."""
+        """Returns a new console with the administrator logged in."""
         console = self.console(*command)
         console.log_in()
         return console
 
     def run(self, session, *command, patience=PATIENCE):
-        """Feeds a session to the shell through a pipe, without a terminal."""
+        """Feeds a session to the shell through a pipe, without a terminal. Returns a RunResult."""
         result = self._run(command, session, patience)
         self._runs.append(result)
         return result
@@ -229,7 +229,7 @@ class Device:
         return RunResult(done.returncode, done.stdout, done.stderr)
 
     def transcripts(self):
-        """What happened, as (title, text), for the report of a failure."""
+        """Yields what happened, as (title, text), for the report of a failure."""
         for console in self._consoles:
             yield "last exchange", _readable(console.last_exchange)
             yield "whole console", _readable(console.screen)
@@ -238,7 +238,7 @@ class Device:
             yield "errors of a run", _readable(run.errors)
 
     def memory_errors(self):
-        """What the sanitizers or valgrind have reported of the shell, when it runs under them."""
+        """Returns what sanitizers or valgrind have reported about the shell."""
         reports = [path.read_text(errors="replace") for path in self.path("/record").glob("memory.*")]
         return "\n".join(report for report in reports if report)
 
@@ -248,7 +248,7 @@ class Device:
         errors = self.memory_errors()
         shutil.rmtree(self.root, ignore_errors=True)
         if self.root.exists():
-            # Tests take rights away from folders. The last process of a console may still be at work.
+            # Tests remove permissions from folders. The last process of a console may still be running.
             programs.run(["chmod", "-R", "u+rwX", self.root], check=False, stderr=programs.DEVNULL)
             for _ in range(10):
                 shutil.rmtree(self.root, ignore_errors=True)
@@ -257,9 +257,8 @@ class Device:
 
 
 class Console:
-    """A session at a terminal, which is one without control sequences unless the environment says
-    something else. Before the command starts, prepare is called in its process, where the terminal
-    is the standard input."""
+    """A session at a terminal, which has no control sequences unless the environment sets TERM. Before
+    the command starts, prepare is called in its process, with the terminal as standard input."""
 
     def __init__(self, command, environment=None, window=WINDOW, prepare=lambda: None):
         self._shown = io.BytesIO()
@@ -280,12 +279,12 @@ class Console:
 
     @property
     def screen(self):
-        """All that was seen so far."""
+        """Everything seen so far."""
         return _without_crlf(self._shown.getvalue())
 
     @property
     def last_exchange(self):
-        """What was seen since something was last typed."""
+        """Everything seen since something was last typed."""
         return _without_crlf(self._shown.getvalue()[self._exchange_start :])
 
     def type(self, keys):
@@ -297,8 +296,8 @@ class Console:
         self.type(line + b"\r")
 
     def paste(self, text, patience=PATIENCE, speed=None):
-        """Types more than a terminal takes at once, and looks at the screen meanwhile. The speed is in
-        bytes a second; without one it is whatever the terminal takes."""
+        """Types more than a terminal accepts at once, reading the screen meanwhile, at the given number
+        of bytes per second or as fast as the terminal allows."""
         self._exchange_start = self._shown.tell()
         terminal = self._child.fileno()
         start = time.monotonic()
@@ -306,7 +305,7 @@ class Console:
         length = len(text)
         os.set_blocking(terminal, False)
         while text:
-            assert time.monotonic() < deadline, f"the last {len(text)} bytes are not taken"
+            assert time.monotonic() < deadline, f"the terminal does not accept the last {len(text)} bytes"
             due = len(text)
             if speed:
                 due -= max(0, length - int(speed * (time.monotonic() - start)))
@@ -323,7 +322,7 @@ class Console:
         os.set_blocking(terminal, True)
 
     def read_until(self, text):
-        """Waits for the text. Returns what was seen before it and the text itself."""
+        """Waits for the text. Returns everything seen up to its end."""
         try:
             self._child.expect_exact(text.replace(b"\n", b"\r\n"))
         except (pexpect.TIMEOUT, pexpect.EOF) as failure:
@@ -334,8 +333,8 @@ class Console:
         return _without_crlf(self._child.before) + text
 
     def exchange(self, line, until, echo=None):
-        """Enters a line and waits for the text that ends the answer. Returns the answer, which is
-        everything behind the echo of the line, the final text included."""
+        """Enters a line and waits for the text that ends the answer. Returns the answer: everything after
+        the echo of the line, the final text included."""
         self.enter(line)
         seen = self.read_until(until)
         expected = (line if echo is None else echo) + b"\n"
@@ -343,23 +342,23 @@ class Console:
         return seen[len(expected) :]
 
     def command(self, line, echo=None):
-        """Enters a line at the prompt. Returns all that is printed before the next prompt."""
+        """Enters a line at the prompt. Returns what is printed before the next prompt."""
         return self.exchange(line, PROMPT, echo)[: -len(PROMPT)]
 
     def log_in(self, user=USER, password=PASSWORD):
-        """Logs in. Returns when the first prompt stands there."""
+        """Logs in and waits for the first prompt."""
         self.read_until(b"Username: ")
         self.exchange(user, b"Password: ")
         self.exchange(password, PROMPT, echo=b"")
 
     def attempt(self, user, password):
-        """Answers the two questions, the first of which stands there, wrongly. Returns the answer
-        up to the next user-name question."""
+        """Gives wrong answers to the two login questions, the first already asked. Returns the output up
+        to the next question for the user name."""
         self.exchange(user, b"Password: ")
         return self.exchange(password, b"Username: ", echo=b"")
 
     def end(self):
-        """Waits for the end of the session. Returns its exit status and what was still printed."""
+        """Waits for the end of the session. Returns its exit status and the rest of its output."""
         try:
             self._child.expect_exact(pexpect.EOF)
         except pexpect.TIMEOUT:
@@ -370,22 +369,22 @@ class Console:
         return self._child.exitstatus, _without_crlf(self._child.before)
 
     def tell(self, number):
-        """Sends a signal to the session."""
+        """Sends a signal to the command."""
         self._child.kill(number)
 
     def leave(self, line=b"exit"):
-        """Enters a line that ends the session. Returns the exit status; nothing may be printed."""
+        """Enters a line that must end the session silently. Returns the exit status."""
         self.enter(line)
         status, rest = self.end()
         assert rest == line + b"\n", "the session does not end silently:\n" + _readable(rest)
         return status
 
     def modes(self):
-        """How the terminal is set, as termios tells it."""
+        """Returns the terminal's modes, as of termios."""
         return termios.tcgetattr(self._child.fileno())
 
     def modes_at_start(self):
-        """How the terminal was set before anything ran on it, as every new one is."""
+        """Returns the modes of a new terminal."""
         ours, its = os.openpty()
         modes = termios.tcgetattr(its)
         os.close(ours)
@@ -393,7 +392,7 @@ class Console:
         return modes
 
     def hang_up(self):
-        """Closes the terminal, which is then gone for all who use it."""
+        """Closes the terminal, which hangs it up."""
         self._child.ptyproc.fileobj.close()
 
     def status_after_hang_up(self):

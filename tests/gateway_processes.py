@@ -5,7 +5,7 @@ import re
 import select
 from pathlib import Path
 
-# Seconds until something that does not end is a failure.
+# Seconds until a process that does not end is a failure.
 PATIENCE = 30
 
 
@@ -16,7 +16,7 @@ def _name(entry):
 
 
 def running(root):
-    """The processes of the gateway on that root folder, which must run: {number: name}."""
+    """Returns {process id: name} of the gateway on that root folder, which must be running."""
     child = re.search(r'"child-pid": *(\d+)', (Path(root) / "run/sandbox").read_text())
     namespace = os.readlink(f"/proc/{child.group(1)}/ns/pid")
     found = {}
@@ -25,12 +25,12 @@ def running(root):
             if os.readlink(entry / "ns/pid") == namespace:
                 found[int(entry.name)] = _name(entry)
         except OSError:
-            pass  # of somebody else, or ended meanwhile
+            pass  # another user's, or ended meanwhile
     return found
 
 
 class Sandbox:
-    """The processes that a gateway ran when this was made."""
+    """The processes that a gateway was running when this object was made."""
 
     def __init__(self, root):
         self._names = running(root)
@@ -39,12 +39,12 @@ class Sandbox:
         assert len(self._handles) >= 3
 
     def process(self, name):
-        """The host's number of the one process of that name."""
+        """Returns the host's process id of the only process of that name."""
         (number,) = (number for number, known in self._names.items() if known == name)
         return number
 
     def processor_time(self):
-        """Seconds that the processes have used so far."""
+        """Returns the seconds of processor time used so far."""
         ticks = 0
         for number in self._names:
             try:
@@ -55,7 +55,7 @@ class Sandbox:
         return ticks / os.sysconf("SC_CLK_TCK")
 
     def has_ended(self):
-        """Waits until all processes have ended; false when one has not in good time."""
+        """Waits until all processes have ended. Returns whether they have in time."""
         for handle in self._handles:
             ended, _, _ = select.select([handle], [], [], PATIENCE)
             os.close(handle)

@@ -1,11 +1,11 @@
-"""Random keys at a session, to find those that end it or hang it.
+"""Presses random keys in sessions, to find keys that end or hang the session.
 
 usage: keys.py [SECONDS [SEED]]
        keys.py --replay SESSION
 
-Plays sessions at the program in TESSEL_PROGRAM_DIR for that long (60). For each that does not end with a
-logout and status 0 it prints why, and the line that plays it again. The exit status is 1 when
-something was found.
+Plays sessions with the program in TESSEL_PROGRAM_DIR for that long (60). For each one that does not end
+with a logout and status 0, prints the reason and the command that replays it. The exit status is 1 if
+there was one.
 """
 
 import array
@@ -37,7 +37,7 @@ START_UP_FILES = [
     b"set horizontal-scroll-mode on\nset completion-query-items 2\nset enable-bracketed-paste on\n",
 ]
 
-UNDER_WAY = 0.05  # seconds that a key may be on its way
+IN_TRANSIT = 0.05  # seconds that a key may take to reach the shell
 
 ESCAPE = b"\x1b"
 ENTER = b"\r"
@@ -52,17 +52,17 @@ MODES = [ESCAPE + ENTER, ESCAPE + b"\n", b"\x18(", b"\x18)", b"\x18e", b"\x18\x1
 WORDS = [b"help", b"list", b"log_ls", b"a=1", b"abc def", b"'q", b"a\\", b"/etc/", b"~/", b"save"]
 VI = b"iIaAsScCrRxXdDyYpPuUhjklwWbBeE0$^fFtT;,.~/?nNGvV%@_|*\\=&mq#oO3 2"
 
-# Not every report ends the session, and what the editor forgets is no matter here.
+# A report need not end the session, and leaks do not matter here.
 SANITIZERS = "halt_on_error=0:detect_leaks=0"
-# Reads beyond the end of a text, by a few bytes: of a word that ends with a backslash, and of the rows
-# of the screen. Nothing comes of them but for whoever looks as closely as a sanitizer does.
+# Reads of a few bytes beyond the end of a text: a word that ends with a backslash, a row of the screen.
+# They have no effect that a user could notice.
 HARMLESS = re.compile(
     r"READ of size.*?#\d+ \S+ in (history_tokenize|update_line|_rl_compare_chars)", re.DOTALL
 )
 
 
 def any_of(rng, kinds):
-    """One of the kinds, each of which stands there with its weight."""
+    """Returns the result of one of the kinds, [(weight, function)], chosen at random by weight."""
     pick = rng.random() * sum(weight for weight, _ in kinds)
     for weight, make in kinds:
         pick -= weight
@@ -72,7 +72,7 @@ def any_of(rng, kinds):
 
 
 def step(rng):
-    """Keys that belong together, or a size of the window."""
+    """Returns keys that belong together, or a window size."""
 
     def byte(first, end):
         return bytes([rng.randrange(first, end)])
@@ -100,7 +100,7 @@ def step(rng):
 
 
 def steps(rng):
-    """What is done in one session. Few of them press Ctrl-D, which ends most of them early."""
+    """Returns the steps of a session. Only a few include Ctrl-D, which ends most sessions early."""
     count = rng.choice(LENGTHS)
     without = SUSPEND if rng.random() < 0.1 else SUSPEND + END_OF_INPUT
     made = []
@@ -111,17 +111,17 @@ def steps(rng):
 
 
 class Session:
-    """The shell at a terminal that is watched from both ends, to see when a key has been dealt with."""
+    """The shell on a terminal whose two ends are watched, to see when a key has been handled."""
 
     def __init__(self, device, term, locale):
         self.screen = bytearray()
         self._device = device
-        self._shell = None  # number of the process, once it is known
+        self._shell = None  # process id, once it is known
         self._ours, self._its = os.openpty()
         os.set_blocking(self._ours, False)
         self.set_window(24, 80)
         modes = termios.tcgetattr(self._its)
-        modes[0] &= ~termios.IXON  # or Ctrl-S stops the screen, and everything with it
+        modes[0] &= ~termios.IXON  # Ctrl-S would stop the output and hang the session
         termios.tcsetattr(self._its, termios.TCSANOW, modes)
         self._process = programs.start(
             device.start_command(
@@ -145,11 +145,11 @@ class Session:
         try:
             self.screen += os.read(self._ours, 65536)
         except OSError:
-            pass  # nothing there
+            pass  # nothing to read
         del self.screen[:-100_000]
 
     def wait_until(self, condition):
-        """False when the session ended before; fails when it hangs."""
+        """Returns False if the session ends first. Fails if it hangs."""
         pause = 0
         while not condition():
             self.look()
@@ -162,14 +162,14 @@ class Session:
         return True
 
     def bytes_read(self):
-        """By the shell since its start, from the terminal or elsewhere."""
+        """Returns how many bytes the shell has read since its start, from the terminal or elsewhere."""
         try:
             return int(re.search(rb"rchar: (\d+)", self._proc("io")).group(1))
         except OSError:
-            return 0  # nobody may know
+            return 0  # not permitted
 
     def is_idle(self):
-        """Whether all keys have been read, and the shell waits for something."""
+        """Whether all keys have been read and the shell is waiting."""
         waiting = array.array("i", [0])
         fcntl.ioctl(self._its, termios.FIONREAD, waiting)
         if waiting[0]:
@@ -183,15 +183,15 @@ class Session:
         return Path(f"/proc/{self._shell}/{name}").read_bytes()
 
     def settle(self, expected):
-        """Waits until so many bytes have been read in all, and dealt with. What was pressed takes its
-        time to get to the other end of a terminal; and keys that become a signal are never read."""
-        sure = time.monotonic() + UNDER_WAY
+        """Waits until that many bytes have been read in all, and handled. Keys take some time to get
+        through the terminal, and those that become a signal are never read."""
+        sure = time.monotonic() + IN_TRANSIT
         return self.wait_until(
             lambda: self.bytes_read() >= expected or time.monotonic() > sure
         ) and self.wait_until(self.is_idle)
 
     def press(self, keys, wait=True):
-        """False when the session has ended."""
+        """Returns False if the session has ended."""
         self._deadline = time.monotonic() + PATIENCE
         expected = self.bytes_read() + len(keys)
         while keys:
@@ -213,7 +213,7 @@ class Session:
         (self._shell,) = (number for number, name in processes.items() if name == "tessel")
 
     def play(self, made, in_a_row):
-        """False when the session has ended."""
+        """Returns False if the session has ended."""
         for one in made:
             if isinstance(one, tuple):
                 self.set_window(*one)
@@ -225,11 +225,11 @@ class Session:
         return True
 
     def status(self):
-        """Leaves the shell, whatever it is at, and returns its exit status."""
+        """Leaves the shell, whatever it is doing. Returns its exit status."""
         self.set_window(24, 80)
         for _ in range(20):
-            # Out of questions, of the editor's own and of those of backup, and of macros. Then the
-            # session is left alone: the key would end its logout.
+            # Leaves questions of the editor and of backup, and macros. Then no more keys are pressed,
+            # since Ctrl-C would end the logout.
             for keys in (b"\x07" + INTERRUPT, b"\x18)" + INTERRUPT, b"exit" + ENTER):
                 self.press(keys)
             soon = time.monotonic() + PATIENCE / 10
@@ -248,7 +248,7 @@ class Session:
 
 
 def take_memory_errors(device):
-    """What a sanitizer reports of the shell or its editor."""
+    """Returns the sanitizers' new reports about the shell or its editor, without harmless ones."""
     reports = [
         report
         for report in re.split(r"^={65}$", device.memory_errors(), flags=re.MULTILINE)
@@ -260,7 +260,7 @@ def take_memory_errors(device):
 
 
 def fault(device, made, term="vt100", locale="C", start_up=b"", in_a_row=False):
-    """What is wrong with a session in which that is done; nothing if it ends as it should."""
+    """Plays a session of these steps. Returns what went wrong, or "" if it ended as it should."""
     device.write("/.inputrc", start_up)
     device.remove("/var/lib/gateway/requests.log")
     session = Session(device, term, locale)
@@ -281,8 +281,8 @@ def fault(device, made, term="vt100", locale="C", start_up=b"", in_a_row=False):
 
 
 def search(device, seconds, seed):
-    """Plays random sessions. Returns how many, the number of their steps, and what was found: what
-    is wrong, and the session as fault takes it."""
+    """Plays random sessions. Returns their number, the number of their steps, and the findings: what
+    went wrong, and the session as arguments of fault."""
     end = time.monotonic() + seconds
     sessions = played = 0
     found = []
@@ -301,7 +301,7 @@ def search(device, seconds, seed):
 
 def report(sessions, played, found):
     for wrong, session in found:
-        print(f"{wrong}\nTo play it again:\n    tests/keys.py --replay {shlex.quote(repr(session))}\n")
+        print(f"{wrong}\nTo replay it:\n    tests/keys.py --replay {shlex.quote(repr(session))}\n")
     print(f"{sessions} sessions of {played} steps, {len(found)} findings")
 
 

@@ -1,7 +1,7 @@
-"""An emulated 32-bit machine that runs the devices of the tests, and its serial line.
+"""The emulated 32-bit machine and its serial line.
 
-It either runs one console after the other on its serial line, and sessions without a terminal, each
-on a root folder that it shares with the tests, or it is the device itself.
+The machine either is the device, or it hosts the devices of the tests: it runs consoles, one after the
+other, on its serial line, and sessions without a terminal, each in a root folder shared with the tests.
 """
 
 import atexit
@@ -23,38 +23,38 @@ from console import ENVIRONMENT, PATIENCE, SHELL, SOURCE_DIR, WINDOW, Console, D
 
 IMAGE = Path(os.environ.get("TESSEL_IMAGE") or SOURCE_DIR / "build" / "machine").absolute()
 START = SOURCE_DIR / "gateway" / "machine" / "start"
-# Where the machine finds the folder that it shares with the tests.
+# Where the folder shared with the tests is mounted on the machine.
 SHARE = "/mnt/host"
-# The machine's FTP server changes its user, which the host's does not; and a folder that is shared
-# with the host can hold no sockets.
+# The machine's FTP server changes its user, unlike the host's; and a folder shared with the host cannot
+# hold sockets.
 SANDBOX_OPTIONS = (
     "--tmpfs /run/backend --cap-add CAP_SETUID --cap-add CAP_SETGID --cap-add CAP_SYS_CHROOT"
 )
 
-# What cannot run on a target, and why: whole files, or FILE::TEST.
+# {target: {file or FILE::TEST: why it cannot run there}}
 HOST_PROCESSES = "looks at processes of the host"
-PRELOADED = "preloads a library into the program, one that is made for 64 bits"
+PRELOADED = "preloads a library that is made for 64 bits"
 STATIC = "preloads a library into the program, which is static"
 SANDBOX_OF_THE_HOST = "runs in a sandbox of the host"
 SLOW_LINE = "takes minutes on an emulated line; machine_test.py pastes what is enough there"
-SSH_SERVER = "comes in by an ssh server of the host"
+SSH_SERVER = "uses an ssh server of the host"
 NOT_ON_TARGET = {
     "armhf": {
         "bare_device_test.py": SANDBOX_OF_THE_HOST,
         "bad_input_test.py::test_back_end_that_is_down":
-            "takes the socket out of the device's folder, which has none here",
+            "removes the socket from the device's folder, which has none here",
         "failing_allocations_test.py": PRELOADED,
         "failing_calls_test.py": PRELOADED,
         "ftp_answers_test.py": "runs Python on the device, which has none here",
         "injection_test.py": "runs Python on the device, which has none here",
-        "integration_test.py::test_client_of_a_fastcgi_server": "runs a server of the host",
+        "integration_test.py::test_client_of_a_fastcgi_server": "runs a server on the host",
         "keys_test.py": HOST_PROCESSES,
         "login_ways_test.py": "starts servers of the host; here it is the device's own getty",
         "gateway_test.py": SANDBOX_OF_THE_HOST,
         "manual_test.py": SANDBOX_OF_THE_HOST,
         "model_test.py": SANDBOX_OF_THE_HOST,
         "pipe_test.py::test_session_runs_to_its_end_when_nobody_reads_its_output":
-            "hands a pipe of its own to the device",
+            "gives the device a pipe of the host",
         "pipe_test.py::test_session_by_ssh_is_a_session_by_pipe": SSH_SERVER,
         "pipe_test.py::test_session_by_ssh_ends_with_exit": SSH_SERVER,
         "pipe_test.py::test_three_wrong_logins_by_ssh_end_with_status_1": SSH_SERVER,
@@ -70,10 +70,10 @@ NOT_ON_TARGET = {
     "i386": {
         "failing_allocations_test.py": PRELOADED,
         "failing_calls_test.py": PRELOADED,
-        "ftp_answers_test.py": "asks a program of the build that the static one has not",
-        "injection_test.py": "asks a program of the build that the static one has not",
-        "small_domains_test.py": "asks a program of the build that the static one has not",
-        "soak_test.py": "takes long, and is not particular to a target",
+        "ftp_answers_test.py": "needs a test program that a static build does not have",
+        "injection_test.py": "needs a test program that a static build does not have",
+        "small_domains_test.py": "needs a test program that a static build does not have",
+        "soak_test.py": "takes long and does not depend on the target",
     },
     "musl": {
         "failing_allocations_test.py": STATIC,
@@ -84,14 +84,14 @@ MACHINE_ONLY = {"machine_test.py"}
 
 
 class Machine:
-    """A booted machine. The folder `share` is seen by both sides."""
+    """A booted machine. The folder `share` is shared with it."""
 
     def __init__(self, *options, term="vt100"):
         self._folder = tempfile.mkdtemp(prefix="tessel-machine-")
         self.share = Path(self._folder) / "share"
         (self.share / "jobs").mkdir(parents=True)
         self._jobs = 0
-        # The path of a socket has hardly a hundred bytes; those of the folder may be more.
+        # A socket's path is limited to some hundred bytes; the folder's may be longer.
         here = os.open(self._folder, os.O_PATH)
         listeners = []
         for name in ("line", "agent"):
@@ -102,7 +102,7 @@ class Machine:
             listeners.append(listener)
         os.close(here)
         environment = {**os.environ, "TERM": term}
-        # All that was seen on the serial line.
+        # Everything seen on the serial line.
         self.shown = io.BytesIO()
         command = [START, "--line", "line", "--agent", "agent", *options, IMAGE, self.share]
         self._process = programs.start(command, env=environment, cwd=self._folder)
@@ -121,36 +121,35 @@ class Machine:
         return line
 
     def wait_until_ready(self):
-        """Waits until the machine carries out orders, which is after every start."""
+        """Waits until the machine has booted and accepts commands."""
         self._agent_spawn.expect_exact(b"ready\n")
 
     def order(self, *words):
         self._agent.sendall(" ".join(words).encode() + b"\n")
 
     def sh(self, script):
-        """What a line of sh prints on the machine, in one line."""
+        """Runs a line of sh on the machine. Returns what it prints, in one line."""
         self.order("sh", script)
-        # The machine stands still while what it writes to the serial line is not taken.
+        # The machine stops while its output on the serial line is not read.
         while self._agent_spawn.expect([rb"answer ([^\n]*)\n", pexpect.TIMEOUT], timeout=0.1) == 1:
             self.line.expect([pexpect.TIMEOUT, pexpect.EOF], timeout=0)
         return self._agent_spawn.match.group(1).decode().strip()
 
     def lose_carrier(self):
-        """The serial line of the machine loses its carrier."""
+        """Makes the machine's serial line lose its carrier."""
         self.order("hang_up")
 
     def reconnect_line(self):
-        """Pulls the plug of the serial line on the host's side and puts it in again."""
+        """Unplugs the serial line on the host's side and plugs it in again."""
         self._line_socket.close()
         self.line = self._accept_line()
 
     def path_of(self, root):
-        """Where a folder below the share stands on the machine."""
+        """Returns the machine's path of a folder below the share."""
         return f"{SHARE}/{Path(root).relative_to(self.share)}"
 
     def new_job(self, command, before=""):
-        """Writes down a command line for the machine to run, and sh lines that run before it;
-        returns the job's name."""
+        """Prepares a job: a command line for the machine to run after some sh lines. Returns its name."""
         self._jobs += 1
         job = str(self._jobs)
         folder = self.share / "jobs" / job
@@ -164,7 +163,7 @@ class Machine:
         return job
 
     def run(self, command, session, patience=PATIENCE):
-        """Runs a command without a terminal; returns its status, output and errors."""
+        """Runs a command without a terminal. Returns its status, output and errors."""
         job = self.new_job(command)
         folder = self.share / "jobs" / job
         (folder / "input").write_bytes(session)
@@ -193,14 +192,14 @@ class MachineRoom:
         self._serves_devices = False
 
     def for_devices(self):
-        """The machine that runs the devices of tests, which one after the other use."""
+        """Returns the machine that hosts the devices of the tests."""
         if not self._serves_devices:
             self.boot("--tests")
             self._serves_devices = True
         return self._machine
 
     def boot(self, *options, **others):
-        """A machine that was just switched on, and is ready, in place of any other."""
+        """Boots a machine after shutting down any other. Returns it when it is ready."""
         self.close()
         self._machine = Machine(*options, **others)
         self._machine.wait_until_ready()
@@ -214,7 +213,7 @@ class MachineRoom:
 
 
 class MachineDevice(Device):
-    """A device that runs on an emulated machine, which shares its root folder."""
+    """A device hosted by an emulated machine, which shares its root folder."""
 
     def __init__(self, root, machine):
         super().__init__(root)
@@ -222,18 +221,18 @@ class MachineDevice(Device):
 
     def serve_ftp(self, options=""):
         if options:
-            pytest.skip("the machine's FTP server cannot be told to fail")
+            pytest.skip("the machine's FTP server cannot be made to fail")
         super().serve_ftp()
 
     def start_command(self, command=()):
-        """The command line for the machine."""
+        """Returns the command line to run on the machine."""
         start = ["/opt/gateway/start", *(["--ftp"] if self._serves_ftp else [])]
         root = self._machine.path_of(self.root)
         return ["/bin/sh", *start, root, "/opt/program", *(command or [SHELL])]
 
     def _new_console(self, command, environment=None, window=WINDOW, prepare=None):
         if prepare:
-            pytest.skip("makes a terminal of the host ready")
+            pytest.skip("needs a terminal of the host")
         term = (environment or ENVIRONMENT).get("TERM")
         return SerialConsole(self._machine, self.start_command(command), term, window)
 
@@ -264,12 +263,12 @@ class SerialConsole(Console):
 
 
 def _modes(text):
-    """The flags in what stty tells of a line, in the order of termios."""
+    """Returns the flags in the output of stty -g, in the order of termios."""
     return [int(word, 16) for word in text.split(":")[:4]]
 
 
 class _SerialJob:
-    """A command that runs on the serial line, in the shape of a pexpect.spawn."""
+    """A command on the serial line, with the interface of a pexpect.spawn."""
 
     def __init__(self, machine, command, term, window, log):
         self._machine = machine
@@ -310,7 +309,7 @@ class _SerialJob:
         status, modes = self._line.match.groups()
         self.exitstatus = int(status)
         self.modes_at_end = None if modes == b"none" else _modes(modes.decode())
-        # The mark is no part of what was shown.
+        # The mark is not part of the output.
         self._log.seek(-len(self._line.match.group()) - len(self._line.buffer), os.SEEK_END)
         self._log.truncate()
         self._line.logfile_read = None

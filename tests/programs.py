@@ -1,5 +1,5 @@
-"""Starts programs for the tests, and nothing else does: each in a session of its own, and without
-standard input unless it is given one, so that none reaches the terminal of whoever runs the tests."""
+"""The only place where the tests start programs: in a new session, and with no standard input by
+default, so that none reaches the terminal of whoever runs the tests."""
 
 import os
 import signal
@@ -12,13 +12,12 @@ __all__ = ["DEVNULL", "PIPE", "STDOUT", "on_terminal", "run", "start"]
 
 
 def start(command, **options):
-    """A subprocess.Popen."""
+    """Returns a subprocess.Popen."""
     return subprocess.Popen(command, start_new_session=True, **{"stdin": DEVNULL, **options})
 
 
 def run(command, input=None, capture_output=False, timeout=None, check=False, **options):
-    """What subprocess.run does. What takes too long, or is interrupted, is killed with all that it
-    has started."""
+    """Like subprocess.run. On a time-out or an interrupt, kills the program and all that it started."""
     if input is not None:
         options["stdin"] = PIPE
     if capture_output:
@@ -36,5 +35,5 @@ def run(command, input=None, capture_output=False, timeout=None, check=False, **
 
 
 def on_terminal(command, arguments=(), **options):
-    """A pexpect.spawn: the program has a new terminal as its controlling one."""
+    """Returns a pexpect.spawn. The program's controlling terminal is a new one."""
     return pexpect.spawn(command, list(arguments), **options)

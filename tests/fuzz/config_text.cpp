@@ -1,4 +1,4 @@
-// The file syntax, by the functions that all readers share. Input: assignment, end and comment
+// The functions for the file syntax, which all readers share. Input: assignment, end and comment
 // character, a line feed, the keyword, a line feed, the file.
 
 #include "config/config_text.h"
@@ -8,11 +8,11 @@
 
 namespace {
 
-// Every text that is handed out must lie in the file, whatever it holds.
+// Every text that is returned must lie within the file.
 void require_inside(std::string_view part, std::string_view whole) {
     require(part.empty() || (part.data() >= whole.data() &&
                              part.data() + part.size() <= whole.data() + whole.size()),
-            "a part lies in the file");
+            "a part lies within the file");
 }
 
 void check_entries(std::string_view file, const config_text::EntrySyntax& syntax,
@@ -48,7 +48,7 @@ void check_sections(const std::string& file, const std::string& keyword) {
     require(!cursor.next(section), "there is no further section");
 }
 
-// Three characters that mean nothing else and no two things.
+// Whether the three characters are distinct and have no other meaning.
 bool makes_sense(const config_text::EntrySyntax& syntax) {
     const std::string characters = {syntax.assignment, syntax.end, syntax.comment};
     return characters.find_first_of(" \t\r\"") == std::string::npos &&

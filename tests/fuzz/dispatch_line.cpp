@@ -1,4 +1,4 @@
-// Lines as typed at the prompt. Input: the lines; a dialogue takes its answers from them too.
+// Lines typed at the prompt. Input: the lines, which also answer a dialogue's questions.
 
 #include <deque>
 
@@ -13,7 +13,7 @@ namespace {
 constexpr const char* EXTENSION_DATABASE =
     "section extension {\na=201\n}\nsection paging {\nb= 7 7\n}\n";
 
-// What a session is expected to remember and to have asked of the outside.
+// The expected state of the session, and what it is expected to have asked of the outside.
 struct Expected {
     std::deque<std::string> queue;
     std::vector<std::string> requests;
@@ -101,7 +101,7 @@ bool is_transfer(const std::string& line) {
 }
 
 void check(const Expected& expected) {
-    require(_gDoExit == expected.exit, "exit alone ends the session");
+    require(_gDoExit == expected.exit, "only exit ends the session");
     require(std::deque<std::string>(_gQueryString.begin(), _gQueryString.end()) == expected.queue,
             "the pending settings");
     require(outside.requests == expected.requests, "the requests");
@@ -114,7 +114,7 @@ void check(const Expected& expected) {
             logs_shown.push_back(line);
         }
     }
-    require(logs_shown == expected.logs_shown, "no command line but those of logs");
+    require(logs_shown == expected.logs_shown, "the only command lines are those of logs");
     require(transfers == expected.transfers, "a transfer for each backup and restore");
 }
 

@@ -1,5 +1,5 @@
-// The catalogues from a menu tree. Input: the file. Its sections and entries are taken from the
-// reader, which has a target of its own; names and captions are made once more here.
+// The catalogues from a menu tree. Input: the file. Sections and entries come from the product's
+// reader, which has its own target; names and captions are computed a second time here.
 
 #include "catalogue/menu_tree.h"
 

@@ -24,8 +24,8 @@ void check_walk(MultiSectionConfigFile& reader, const std::vector<PlainSection>&
     }
     for (int i = 0; i < 2; ++i) {
         require(reader.GotoNextSection() == 0, "there is no further section");
-        require_equal(reader.GetHeaderEntry(), "", "header behind the end");
-        require_equal(reader.GetSectionEntry("ACL"), "ENTRY_NOT_FOUND", "value behind the end");
+        require_equal(reader.GetHeaderEntry(), "", "header after the end");
+        require_equal(reader.GetSectionEntry("ACL"), "ENTRY_NOT_FOUND", "value after the end");
     }
 }
 

@@ -12,7 +12,7 @@ namespace {
 
 using Configuration::MultiSectionFile;
 
-// What a buffer of that size holds of a text, the NUL included.
+// The text as cut to a buffer of that size, the NUL included.
 std::string cut(const std::string& text, std::size_t size) {
     return text.substr(0, size - 1) + '\0';
 }

@@ -1,5 +1,5 @@
-// Replaces what leads out of the program. Files that are not the device's are opened as usual: the
-// fuzzer and its runtime need theirs.
+// Replaces the functions that reach outside the program. Files other than the device's are opened
+// as usual, since the fuzzer and its runtime need theirs.
 
 #include <dlfcn.h>
 #include <fcntl.h>

@@ -41,8 +41,8 @@ std::string without_comment(const std::string& line, char comment) {
     return trimmed(kept);
 }
 
-// The header of a section that begins in that line; its opening mark, when it stands alone, is
-// looked for from the next line on. First is then the section's first line.
+// The header of the section that begins in this line. An opening mark on a line of its own is
+// searched for from the next line on. Sets first to the section's first line.
 bool is_opening(const std::vector<std::string>& lines, std::size_t i, const std::string& keyword,
                 std::string& header, std::size_t& first) {
     const std::string line = without_comment(lines[i], '#');

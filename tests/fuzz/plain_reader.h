@@ -1,7 +1,7 @@
 #pragma once
 
-// The syntax of configuration files once more: slow, simple and on copies, to compare the readers
-// with.
+// A second implementation of the syntax of configuration files, slow, simple and on copies, to
+// compare the readers with.
 
 #include <string>
 #include <utility>
@@ -18,7 +18,7 @@ PlainEntries plain_entries(const std::string& text, char assignment, char end, c
 
 std::vector<PlainSection> plain_sections(const std::string& text, const std::string& keyword);
 
-/// The first value of that key, or what a reader says when there is none.
+/// The first value of that key, or what a reader returns if there is none.
 std::string plain_value(const PlainEntries& entries, const std::string& key);
 
 bool plain_has(const PlainEntries& entries, const std::string& key);

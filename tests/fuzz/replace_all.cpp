@@ -1,5 +1,5 @@
-// The rewriting of the save program's answers. Input: what to search, a line feed, what to put in
-// its place, a line feed, where to begin (decimal), a line feed, the text.
+// Replacing texts, and the markers in the save program's answers. Input: the text to search for, a
+// line feed, its replacement, a line feed, the start position (decimal), a line feed, the text.
 
 #include "save/save.h"
 
@@ -25,7 +25,7 @@ std::string plain_replacement(const std::string& text, const std::string& from,
 }
 
 std::string plain_rewriting(std::string text) {
-    // A global error is shown as an error: its marker's beginning has been replaced by then.
+    // A global error is shown as an error: the beginning of its marker has already been replaced.
     text = plain_replacement(text, "\\n", "\n", 0);
     text = plain_replacement(text, "#ERROR", "Error in ", 0);
     text = plain_replacement(text, "#VAL", "=", 0);

@@ -1,4 +1,4 @@
-// Runs a target on files, or on all files of folders, where there is no libFuzzer.
+// Runs a target on files, or on all files of folders, in builds without libFuzzer.
 
 #include <cstdio>
 #include <filesystem>

@@ -8,7 +8,7 @@
 
 namespace {
 
-// The part around the first difference: that is what one wants to see of two long texts.
+// Prints the part around the first difference of two long texts.
 void show(const char* title, std::string_view text, std::size_t difference) {
     constexpr std::size_t BEFORE = 40;
     constexpr std::size_t LENGTH = 160;
@@ -81,7 +81,7 @@ std::string printed(const std::function<void()>& action) {
     require(saved >= 0 && dup2(file.descriptor(), STDOUT_FILENO) >= 0, "output is redirected");
     action();
     std::fflush(stdout);
-    require(dup2(saved, STDOUT_FILENO) >= 0, "output is put back");
+    require(dup2(saved, STDOUT_FILENO) >= 0, "output is restored");
     close(saved);
     return content_of(file.descriptor());
 }

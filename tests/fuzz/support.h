@@ -1,8 +1,8 @@
 #pragma once
 
-// What the fuzz targets share. A target is one LLVMFuzzerTestOneInput, which aborts when the code
-// under test does anything but what a plain second implementation says. Built with TESSEL_FUZZ a
-// target is searched by libFuzzer; otherwise it runs the files of its corpus, as a test.
+// What the fuzz targets share. A target is one LLVMFuzzerTestOneInput, which aborts when the result
+// of the code under test differs from that of a plain second implementation. With TESSEL_FUZZ
+// libFuzzer searches for such inputs; otherwise the target runs the files of its corpus, as a test.
 
 #include <cstddef>
 #include <cstdint>
@@ -14,18 +14,18 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-/// Aborts with that explanation unless the condition holds.
+/// Aborts with a message unless the condition holds.
 void require(bool condition, const char* what);
 
-/// Aborts and shows both texts unless they are equal.
+/// Aborts and prints both texts unless they are equal.
 void require_equal(std::string_view seen, std::string_view expected, const char* what);
 
 std::string input_text(const std::uint8_t* data, std::size_t size);
 
-/// Cuts the next line off the front of rest, without its line feed.
+/// Removes the first line from rest. Returns it without its line feed.
 std::string take_line(std::string& rest);
 
-/// A regular file of that content which has a path but stands in no folder.
+/// A regular file with that content that has a path but is in no folder.
 class MemoryFile {
   public:
     explicit MemoryFile(std::string_view content);
@@ -40,19 +40,19 @@ class MemoryFile {
     std::string path_;
 };
 
-/// What the action writes to standard output.
+/// Returns what the action writes to standard output.
 std::string printed(const std::function<void()>& action);
 
-/// The world outside. Nothing is ever started: system, popen, readline and getpass are replaced at
-/// link time, and so are files at the device's own paths.
+/// What is outside the program. Nothing is ever started: system, popen, readline and getpass are
+/// replaced, and so are files at the device's paths.
 struct Outside {
-    std::map<std::string, std::string> files;  ///< what can be read, by path
+    std::map<std::string, std::string> files;  ///< {path: content} of what can be read
     std::map<std::string, std::string> written;
-    std::vector<std::string> command_lines;  ///< handed to system
+    std::vector<std::string> command_lines;  ///< passed to system
     std::vector<std::string> requests;       ///< PATH_INFO of each client started
     std::string client_output;
     int command_status = 0;
-    std::string typed;  ///< answers to questions, a line each; input is at its end when it is empty
+    std::string typed;  ///< answers to questions, a line each; empty: end of input
 };
 
 extern Outside outside;

@@ -1,6 +1,6 @@
 // The command lines of backup and restore, split into words by a real command interpreter that
-// finds no program. Input: server, port, path, user name and password, a line each; the password
-// may have more of them. The file's name is fixed.
+// finds no programs. Input: server, port, path, user name and password, a line each; the password
+// may have several lines. The file's name is fixed.
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -55,8 +55,8 @@ std::string content_of(int descriptor) {
     return text;
 }
 
-// The words that the interpreter makes of a piece of a command line. Whatever else it does with it
-// shows: a program that it looks for is not found, and there is nothing but words in its output.
+// The words that the interpreter makes of a piece of a command line. Anything else that it does
+// would show: it finds no programs, and its output must consist of the words alone.
 std::string words_of(const std::string& piece) {
     std::string script = "printf '%s\\0' " + piece;
     std::array<char*, 4> arguments = {const_cast<char*>("sh"), const_cast<char*>("-c"),
@@ -78,8 +78,8 @@ std::string words_of(const std::string& piece) {
     while (waitpid(child, &status, 0) != child) {  // the fuzzer's clock interrupts it
         require(errno == EINTR, "the command interpreter ends");
     }
-    require_equal(content_of(errors.descriptor()), "", "the command interpreter's complaints");
-    require(status == 0, "the command interpreter is content");
+    require_equal(content_of(errors.descriptor()), "", "the command interpreter's errors");
+    require(status == 0, "the command interpreter succeeds");
     return content_of(output.descriptor());
 }
 
@@ -106,16 +106,16 @@ std::string percent_decoded(const std::string& text) {
     return result;
 }
 
-// Whether there is what FTP cannot send within a line, as it stands or behind one or two layers of
-// escapes.
+// Whether there is a line end, which FTP cannot send within a line: literally, or encoded once or
+// twice.
 bool has_line_end(const std::string& address) {
     const std::string once = percent_decoded(address);
     return (address + once + percent_decoded(once)).find_first_of(std::string("\r\n\0", 3)) !=
            std::string::npos;
 }
 
-// wput hands parts of the address, in double quotes, to an interpreter of its own: of what stands
-// before the first slash all but the password, decoded; the rest as it stands.
+// wput passes parts of the address, in double quotes, to another interpreter: the part before the
+// first slash without the password and decoded, the rest unchanged.
 void require_harmless_to_wput(const std::string& word) {
     const std::string address = word.substr(6);
     const std::size_t slash = std::min(address.find('/'), address.size());
@@ -126,9 +126,9 @@ void require_harmless_to_wput(const std::string& word) {
         authority.erase(colon, at - colon);
     }
     require(percent_decoded(authority).find_first_of(ACTIVE) == std::string::npos,
-            "nothing before the slash is more than text between double quotes");
+            "within double quotes, everything before the slash is plain text");
     require(address.substr(slash).find_first_of(ACTIVE) == std::string::npos,
-            "nothing behind the slash is more than text between double quotes");
+            "within double quotes, everything after the slash is plain text");
 }
 
 void check_restore(const TransferParameters& answers) {
@@ -142,7 +142,7 @@ void check_restore(const TransferParameters& answers) {
         const std::string end = joined({"-O", "-"});
         const std::string word = without(words, start, end);
         require(word.find('\0') == word.size() - 1, "the address is one word");
-        require(!has_line_end(word.substr(0, word.size() - 1)), "wget sends no line of its own");
+        require(!has_line_end(word.substr(0, word.size() - 1)), "wget sends no extra line");
         return;
     }
     require_equal(words, joined({"-nv", "-t", "3", "--passive-ftp", address, "-O", "-"}),
@@ -162,9 +162,9 @@ void check_backup(const TransferParameters& answers) {
     const std::string word = words.substr(start.size());
     require(word.find('\0') == word.size() - 1, "the address is one word");
     require_harmless_to_wput(word.substr(0, word.size() - 1));
-    require(!has_line_end(word.substr(0, word.size() - 1)), "wput sends no line of its own");
+    require(!has_line_end(word.substr(0, word.size() - 1)), "wput sends no extra line");
     if (has_line_end(address)) {
-        require(word[word.size() - 2] == '%', "half an escape has wput refuse the address");
+        require(word[word.size() - 2] == '%', "half an escape makes wput refuse the address");
         return;
     }
     if (address.find_first_of(std::string(ACTIVE) + "%") == std::string::npos) {

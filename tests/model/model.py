@@ -1,8 +1,8 @@
-"""What a session must look like: the whole shell once more, slowly and simply.
+"""The model: a second, simple implementation of the shell.
 
-Files, typed lines and the behaviour of the programs around the shell go in; the screen, the files,
-the requests and the command lines come out. It is written from what the manual promises and shares
-no code with the program, so that a mistake in one of them shows as a difference. All text is bytes.
+Input: files, typed lines and the behaviour of the programs around the shell. Output: the screen, files,
+requests and command lines. It is written from the manual and shares no code with the program, so that a
+mistake in either shows as a difference. All text is bytes.
 """
 
 from dataclasses import dataclass, field
@@ -10,7 +10,7 @@ from urllib.parse import unquote_to_bytes
 
 PROMPT = b"tessel:> "
 NOT_FOUND = b"ENTRY_NOT_FOUND"
-FOLDER = "a folder"  # stands in Gateway.files where a folder takes a file's place
+FOLDER = "a folder"  # value in Gateway.files: a folder in place of the file
 
 MENU_TREE = "/etc/menutree.conf"
 VERSION_FILE = "/etc/version.txt"
@@ -19,8 +19,8 @@ SUMMARY_FILE = "/tmp/script_legconftmp.txt"
 SAVE_FILE = "/tmp/consoleLCFile"
 BACKUP_LOG = "/tmp/auto-backup.log"
 RESTORE_LOG = "/tmp/restorelog.txt"
-BACKUP_NAME = b"config_NAME.bin"  # stands for the name, which holds the time
-ANY_ADDRESS = b"ftp://..."  # stands for one that cannot reach its client as it was typed
+BACKUP_NAME = b"config_NAME.bin"  # placeholder: the name contains the time
+ANY_ADDRESS = b"ftp://..."  # placeholder: the client would not get it as typed
 NO_CLIENT = b"/usr/bin/sh: 1: /bin/fcgiclient: not found\n"  # the command interpreter's words
 
 LOGS = {
@@ -48,9 +48,9 @@ ACTIVE = frozenset(b'$`"\\%')
 
 @dataclass
 class Gateway:
-    """The device as the shell finds it, and how the programs around it will behave."""
+    """The device's files, and how the programs around the shell will behave."""
 
-    files: dict  # path: bytes, or FOLDER; what is not named is absent
+    files: dict  # {path: bytes or FOLDER}; others are absent
     environment: dict = field(default_factory=dict)
     client: bool = True  # is there a FastCGI client?
     answers: list = field(default_factory=list)  # per request: (summary or None, answer)
@@ -89,7 +89,7 @@ def strip(line, comment=b"#"):
 
 
 def split_entry(line, assignment):
-    """(key, value), or None."""
+    """Returns (key, value), or None."""
     key, sign, value = strip(line).partition(assignment)
     return (trim(key), trim(value)) if sign else None
 
@@ -99,7 +99,7 @@ def lookup(entries, key):
 
 
 def opening(lines, i, keyword):
-    """(header, index of the first line inside) when a section opens at line i, else None."""
+    """Returns (header, index of the first line inside) if a section opens at line i, else None."""
     line = strip(lines[i])
     if not line.startswith(keyword):
         return None
@@ -117,7 +117,7 @@ def opening(lines, i, keyword):
 
 
 def sections(text, keyword):
-    """All sections as (header, entries), in file order."""
+    """Returns all sections as (header, entries), in file order."""
     found, inside = [], False
     lines = text.split(b"\n")
     i = 0
@@ -140,7 +140,7 @@ def c_string(text):
 
 
 def stored(value):
-    """A value as it comes out of the databases' buffer."""
+    """Returns a value as read through the databases' fixed buffer."""
     return c_string(value[:4095])
 
 
@@ -205,7 +205,7 @@ class Shell:
         return None if content is FOLDER else content
 
     def request(self, program, query):
-        """Runs a program of the back end; returns its answer."""
+        """Runs a program of the back end. Returns its answer."""
         self.environment.update(
             REQUEST_METHOD=b"GET",
             PATH_INFO=program,
@@ -401,7 +401,7 @@ class Shell:
     @staticmethod
     def in_words(answer):
         text = b""
-        while answer:  # read by pieces of a line, each of which ends at a NUL
+        while answer:  # read in pieces of lines, each cut at its first NUL
             end = min(answer.find(b"\n") + 1 or len(answer), 254)
             text += c_string(answer[:end])
             answer = answer[end:]
@@ -491,18 +491,18 @@ class Shell:
 
 
 def has_line_end(address):
-    """Whether FTP could not send it in one line, as it stands or decoded once or twice."""
+    """Whether the address contains a line end, as typed or decoded once or twice."""
     once = unquote_to_bytes(address)
     return bool(set(address + once + unquote_to_bytes(once)) & set(b"\r\n\0"))
 
 
 def word(text):
-    """One word for the command interpreter: as it stands, or in single quotes."""
+    """Returns the text as one word for the command interpreter, in single quotes if needed."""
     if set(text) <= SAFE_IN_A_WORD:
         return text
     return b"'" + text.replace(b"'", b"'\\''") + b"'"
 
 
 def play(gateway, typed):
-    """The outcome of a session in which these bytes are typed."""
+    """Returns the Outcome of a session in which these bytes are typed."""
     return Shell(gateway, typed).run()

@@ -1,7 +1,7 @@
-"""Made-up sessions, played by the program and by the model of it: what is seen, requested, run and
-left behind must be the same bytes.
+"""Random sessions played by the program and by its model: screen, requests, command lines and files must
+be the same bytes.
 
-A check plays the same few hundred each time; TESSEL_MODEL_SESSIONS=5000 plays so many new ones.
+A check plays the same few hundred each time; TESSEL_MODEL_SESSIONS=5000 plays that many new ones.
 """
 
 import os
@@ -18,8 +18,8 @@ from sessions import made_up_sessions
 SESSIONS_IN_A_CHECK = 300
 wanted = os.environ.get("TESSEL_MODEL_SESSIONS")
 
-# What chance seldom meets: text in front of the version line, the longest line of a log and one
-# that is longer, a single character that must be quoted.
+# What random sessions rarely contain: text before the version line, the longest line of a log and a
+# longer one, a single character that must be quoted.
 SELDOM_MET = model.Gateway(
     files={
         model.ACCESS_DATABASE: b"section admin {\nuser_name=admin\npassword=gateway\n}\n",

@@ -27,7 +27,7 @@ FILES = [
     *(BACKUP_LOG, RESTORE_LOG, *LOGS.values()),
 ]
 
-# The editor takes every key for itself, as on a terminal of eight bits, and shows it in one row.
+# The editor takes every byte as itself, as on an 8-bit terminal, and shows the line in one row.
 INPUTRC = b"""set disable-completion on
 set convert-meta off
 set input-meta on
@@ -72,7 +72,7 @@ PROGRAMS = {
 
 
 class RecordingDevice:
-    """One device for many sessions; each finds the files of its own gateway and no other."""
+    """One device for many sessions; each finds only the files of its own gateway."""
 
     def __init__(self, root):
         self.device = Device(root)
@@ -155,7 +155,7 @@ class RecordingDevice:
 
 
 def backup_name(seconds):
-    """The name of a backup begun at that time; the sandbox knows no time zone."""
+    """Returns the name of a backup begun at that time. The sandbox has no time zone."""
     now = time.gmtime(seconds)
     return b"config_%d-%d-%d_%02d%02d.bin" % now[:5]
 
@@ -167,8 +167,8 @@ def without_time(text, names):
 
 
 def without_open_addresses(seen, expected):
-    """Leaves out of what was seen each address that the model leaves open. All the rest of its
-    command line must be as expected."""
+    """Returns what was seen without the addresses that the model leaves open. The rest of their command
+    lines must be as expected."""
     address = word(ANY_ADDRESS)
     for i, (line, other) in enumerate(zip(seen.command_lines, expected.command_lines)):
         start, mark, end = other.partition(address)

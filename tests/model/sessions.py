@@ -1,4 +1,4 @@
-"""Makes up gateways and sessions: mostly believable ones, with what breaks things mixed in."""
+"""Generates random gateways and sessions: mostly realistic, with some faults mixed in."""
 
 from hypothesis import strategies as st
 
@@ -28,12 +28,12 @@ SELDOM = ["usual"] * 19 + ["unusual"]
 
 
 def mostly(usual, unusual):
-    """The usual three times of four."""
+    """The usual three times out of four."""
     return st.integers(0, 3).flatmap(lambda n: unusual if n == 3 else usual)
 
 
 def nearly_always(usual, unusual):
-    """The usual fifteen times of sixteen."""
+    """The usual fifteen times out of sixteen."""
     return mostly(usual, mostly(usual, unusual))
 
 
@@ -43,7 +43,7 @@ def joined(pieces, **sizes):
 
 @st.composite
 def section(draw, keyword, header, entries):
-    """A section in one of the layouts that are allowed, and in some that are not."""
+    """Returns a section in a valid layout, or in an invalid one."""
     opening = draw(
         nearly_always(
             pick([b" {\n", b"\n{\n", b"{\n"]),
@@ -249,12 +249,12 @@ dialogue = st.tuples(
 
 
 def one_of_these_or(names, others):
-    """Mostly one of the names, when there is any."""
+    """Returns mostly one of the names, if there are any."""
     return mostly(pick(names), others) if names else others
 
 
 def lines(general, per_extension, extensions):
-    """What is typed at the prompt of a device that has these parts and extensions."""
+    """Lines typed at the prompt of a device that has these parts and extensions."""
     general = one_of_these_or(general, part)
     per_extension = one_of_these_or(per_extension, part)
     extension = one_of_these_or(extensions, pick(EXTENSIONS))
@@ -291,7 +291,7 @@ def lines(general, per_extension, extensions):
 
 
 def what_can_be_named(gateway):
-    """Names of general parts, of extension parts and of extensions that can be typed."""
+    """Returns the names of general parts, extension parts and extensions that can be typed."""
     shell = Shell(gateway, b"")
     shell.load_menu_tree()
     values = {
@@ -308,7 +308,7 @@ def what_can_be_named(gateway):
 
 @st.composite
 def made_up_sessions(draw):
-    """(gateway, typed bytes)"""
+    """Returns (gateway, typed bytes)."""
     user = draw(mostly(st.just(b"admin"), pick([b"", b"a b", b"ad#min", b'"x"', b"\xe4"])))
     password = draw(mostly(st.just(b"gateway"), pick([b"", b"p w", b"pa#ss", b"x" * 4095, b"#"])))
     contents = {

@@ -1,14 +1,14 @@
-// A library to be preloaded into the program, in which one of the calls that the program makes to
-// the system fails. The environment says which, and is rid of it before the program sees it:
+// A library that, preloaded into the program, makes one of its calls into the system fail. The
+// environment says which; these variables are removed before the program sees them:
 //
 //     FAIL=CALL:WHICH:HOW     CALL is a function below, for calls made by the program itself, or
 //                             libreadline/read for those of the line editor. WHICH is the number of
 //                             the call that fails, counted from 1, or "every". HOW is the name of
 //                             an error, or "short" for half of what was asked for, or "nothing".
-//     FAIL_RECORD=FILE        gets a line for every call that has failed, so that a test knows that
-//                             its failure was met.
+//     FAIL_RECORD=FILE        gets a line for every call that has failed, so that a test can check
+//                             that its call did fail.
 //
-// The C library's calls to itself cannot be replaced this way.
+// The C library's internal calls cannot be replaced this way.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -46,20 +46,20 @@ constexpr Error ERRORS[] = {
 
 // What FAIL says; nothing fails while the name is empty.
 char failing_call[64];
-long failing_number = 0;  // 0 for every one
+long failing_number = 0;  // 0: every call
 int failing_error = 0;
 char record_path[256];
 
 long calls_so_far = 0;
 
-// The counts of coverage, which are written at the very end, are not to be disturbed.
+// The coverage data, written at the very end, must not be disturbed.
 void stop_failing() {
     failing_call[0] = '\0';
 }
 
 [[gnu::constructor]] void read_environment() {
     const char* fail = std::getenv("FAIL");
-    // Not the programs that start it.
+    // Not the programs that start the shell.
     if (fail == nullptr || std::strcmp(program_invocation_short_name, "tessel") != 0) {
         return;
     }
@@ -91,7 +91,7 @@ bool is_program(const void* object_start) {
     return object_start == program.dli_fbase;
 }
 
-// The failing call is named with the library that makes it, when it is not the program.
+// A failing call made by a library, not by the program, is named LIBRARY/CALL.
 bool is_failing_call(const char* call, const void* caller) {
     const char* slash = std::strchr(failing_call, '/');
     if (std::strcmp(slash == nullptr ? failing_call : slash + 1, call) != 0) {
@@ -141,7 +141,7 @@ void mark_failed(std::FILE* stream) {
     stream->_flags |= 0x20;  // the C library's mark of an error
 }
 
-// The password's question opens the terminal, a turn a folder, everything else a file.
+// The question for a password opens the terminal, a turn a folder, everything else a file.
 const char* name_of_open(const char* path) {
     if (std::strcmp(path, "/dev/tty") == 0) {
         return "open_terminal";
@@ -185,7 +185,7 @@ int fstat64(int file, struct stat64* status) noexcept {
 }
 
 ssize_t read(int file, void* buffer, std::size_t size) {
-    // What is typed is read byte by byte, files are not.
+    // Input is read byte by byte, files are not.
     if (fails(size == 1 ? "read_byte" : "read", __builtin_return_address(0))) {
         if (failing_error != SHORT) {
             return -1;
@@ -323,7 +323,7 @@ int fclose(std::FILE* stream) {
     return fails("fclose", __builtin_return_address(0)) ? EOF : result;
 }
 
-// Other programs, and what they are told
+// Other programs and their environment
 
 std::FILE* popen(const char* command, const char* mode) {
     if (fails("popen", __builtin_return_address(0))) {

@@ -1,6 +1,6 @@
-// Prints the command lines for many answers. On standard input stand records of six texts, each
-// ended by a NUL: backup or restore, server, port, path, user name, password. On standard output
-// stands one command line for each record, ended by a NUL.
+// Prints the command lines for many answers. Standard input holds records of six NUL-terminated
+// texts: backup or restore, server, port, path, user name, password. For each record one
+// NUL-terminated command line is printed.
 
 #include <cstdio>
 #include <iostream>

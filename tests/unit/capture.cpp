@@ -17,7 +17,7 @@ void require(bool success, const char* what) {
     }
 }
 
-// Puts another descriptor in the place of standard output for as long as this object lives.
+// Replaces standard output with another descriptor during the object's lifetime.
 class RedirectedOutput {
   public:
     explicit RedirectedOutput(int target) {
@@ -56,7 +56,7 @@ std::string captured_output(const std::function<void()>& action) {
 }
 
 std::vector<std::string> captured_pieces(const std::function<void()>& action) {
-    // A socket of this type keeps every write apart from the next.
+    // A socket of this type keeps writes separate.
     std::array<int, 2> ends{};
     require(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends.data()) == 0, "socketpair");
     {

@@ -1,14 +1,14 @@
 #pragma once
 
-// What the code under test writes to standard output, through whatever buffer.
+// What the code under test writes to standard output, buffered or not.
 
 #include <functional>
 #include <string>
 #include <vector>
 
-/// All that the action writes to standard output, children included.
+/// Returns everything that the action and its children write to standard output.
 std::string captured_output(const std::function<void()>& action);
 
-/// The same, split where it was flushed: one text for each write that reached the descriptor. What
-/// the action leaves unflushed comes last. At most some 100 kB in all.
+/// The same, split where it was flushed: one text for each write to the descriptor. Text that the
+/// action leaves unflushed comes last. At most some 100 kB in all.
 std::vector<std::string> captured_pieces(const std::function<void()>& action);

@@ -27,7 +27,8 @@ void operator delete(void* block) noexcept {
     if (block != nullptr && watched_secret != nullptr &&
         memmem(block, malloc_usable_size(block), watched_secret, std::strlen(watched_secret))) {
         ++copies;
-        std::memset(block, 0, malloc_usable_size(block));  // or the next owner would be blamed too
+        // Not to be counted again for the next owner.
+        std::memset(block, 0, malloc_usable_size(block));
     }
     std::free(block);
 }

@@ -1,13 +1,13 @@
 #pragma once
 
-// Secrets are to be gone from memory when they are done with, and no command may end the session
-// for want of memory. In the test program new and delete are replaced by ones that can look at what
-// is given back, and refuse what is asked for.
+// Secrets must be wiped before their memory is released, and no command may end the session for
+// lack of memory. In the test program new and delete are replaced by ones that can inspect released
+// blocks and refuse to allocate.
 
 #include <string>
 
-/// While one lives, counts the blocks that still hold the secret when they are released. Secrets
-/// under 16 bytes may live without a block of their own, so take a longer one.
+/// During its lifetime, counts the blocks that still contain the secret when they are released. Use
+/// a secret of 16 bytes or more: a shorter one may be stored without a block.
 class FreedMemory {
   public:
     explicit FreedMemory(const char* secret);

@@ -4,8 +4,8 @@
 
 #include "console/line_editor.h"
 
-// Standard output is buffered as in the program, so that a test sees the same flushes, whether it
-// runs on a terminal or not.
+// Standard output is buffered as in the program, so that a test sees the same flushes with and
+// without a terminal.
 int main(int argc, char** argv) {
     prepare_streams();
     testing::InitGoogleTest(&argc, argv);

@@ -104,11 +104,11 @@ extern "C" char* readline(const char* prompt) {
         return nullptr;
     }
     char* line = strdup(answer->c_str());
-    wipe(*answer);  // a copy of the test's own, which nobody is to be blamed for
+    wipe(*answer);  // the test's own copy must not be counted
     return line;
 }
 
-// The answer stands in a static buffer, as getpass has it.
+// The answer is in a static buffer, as with getpass.
 extern "C" char* getpass(const char* prompt) {
     static char buffer[256];
     outside.printed_before = written_so_far();

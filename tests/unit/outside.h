@@ -1,9 +1,8 @@
 #pragma once
 
-// The world outside the program, as the unit tests play it. In the test program the functions
-// through which the code reaches that world (system, popen and pclose, readline, getpass,
-// gettimeofday) are replaced by ones that note what they are asked and answer what a test has
-// prepared. Nothing is ever started.
+// The outside of the program in the unit tests. The functions through which the code reaches it
+// (system, popen and pclose, readline, getpass, gettimeofday) are replaced by ones that record
+// their arguments and return what a test has prepared. Nothing is ever started.
 
 #include <gtest/gtest.h>
 
@@ -15,15 +14,15 @@
 #include <string>
 #include <vector>
 
-/// A program started with popen, with the request that it found in its environment.
+/// A program started with popen, and the request in its environment.
 struct StartedClient {
     std::string command;
     std::string mode;
-    std::map<std::string, std::string> request;  ///< only those of the CGI variables that are set
+    std::map<std::string, std::string> request;  ///< the CGI variables that are set
 };
 
 struct Outside {
-    /// What stood on standard output when a command or a question for a password came last.
+    /// Standard output up to the last command or question for a password.
     std::string printed_before;
 
     // The command interpreter.
@@ -36,20 +35,20 @@ struct Outside {
     std::vector<StartedClient> clients;
     std::vector<long> closed_at;  ///< how many bytes of the output had been read at each pclose
 
-    // The keyboard. When no answer is left, input is at its end.
+    // The keyboard. After the last answer comes the end of input.
     std::deque<std::optional<std::string>> lines;      ///< for readline
     std::deque<std::optional<std::string>> passwords;  ///< for getpass
     std::vector<std::string> prompts;                  ///< of both, in the order of asking
-    std::function<void()> while_typing;                ///< happens before each answer is there
+    std::function<void()> while_typing;                ///< called before each answer
 
-    // The clock: the real time unless a time is set.
+    // The clock: the real time, unless one is set.
     bool clock_works = true;
     std::optional<std::time_t> now;
 };
 
 extern Outside outside;
 
-/// Starts every test with a fresh outside and a session that remembers nothing.
+/// Starts every test with a new outside and an empty session state.
 class OutsideTest : public testing::Test {
   protected:
     OutsideTest();

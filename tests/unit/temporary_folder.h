@@ -1,6 +1,6 @@
 #pragma once
 
-// A folder of a test's own, removed with all that is in it when the test ends.
+// A folder for one test, removed with its content when the test ends.
 
 #include <string>
 
@@ -11,15 +11,15 @@ class TemporaryFolder {
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
-    /// The path of that name in the folder; without a name the folder itself.
+    /// Returns the path of that name in the folder, or of the folder itself.
     [[nodiscard]] std::string path(const std::string& name = "") const;
 
-    /// Writes a file, and the folders it needs, and returns its path.
+    /// Writes a file, creating its folders. Returns its path.
     [[nodiscard]] std::string write(const std::string& name, const std::string& text) const;
 
   private:
     std::string path_;
 };
 
-/// The bytes of a file; empty when it cannot be read.
+/// Returns the content of a file, or nothing if it cannot be read.
 std::string file_text(const std::string& path);
