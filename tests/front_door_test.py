@@ -438,9 +438,9 @@ def test_greeting_says_how_to_leave_and_that_other_words_are_settings(clone):
     with contextlib.closing(shown):
         shown.expect_exact("Username: ")
         assert (
-            "a word that is none is kept as a setting. exit or Ctrl-D leaves.\r\n" in shown.before
+            "any other word is kept as a setting. exit or Ctrl-D leaves.\r\n" in shown.before
         )
-        assert "The FTP server answers within the sandbox alone" in shown.before
+        assert "The FTP server can be reached from the sandbox only" in shown.before
 
 
 def test_characters_beyond_ascii_are_shown_as_they_are_typed(clone):
