@@ -1,12 +1,12 @@
 // The web back end of the development gateway, as far as the console shell uses it: a FastCGI
-// program, started on a socket by spawn-fcgi, that serves one request after the other.
+// program, started on a socket by spawn-fcgi, that serves one request at a time.
 //
 //   getconfsummary.cgi  writes a part's settings, as readable text, into a file
-//   putconf.cgi         checks settings written into a file by the shell and saves the good ones
+//   putconf.cgi         checks the settings in the shell's save file and saves the valid ones
 //   logout.cgi          is only recorded, like every request
 //
-// Nothing but SIGTERM ends it: a file that cannot be read or written is told on standard error and
-// in the answer.
+// Only SIGTERM ends it: a file that cannot be read or written is reported on standard error and in
+// the answer.
 #include <fcgiapp.h>
 #include <unistd.h>
 
@@ -40,8 +40,8 @@ struct Gateway {
     Store store;
 };
 
-// The text behind the first `key` up to `end`, or to the end of the query. Queries are not encoded,
-// so a value may hold any character.
+// The text after the first `key` up to `end`, or to the end of the query. Queries are not encoded,
+// so a value may contain any character.
 std::string_view query_value(std::string_view query, std::string_view key,
                              std::string_view end = {}) {
     const auto start = query.find(key);
@@ -63,7 +63,7 @@ std::string firmware_version() {
             return start == std::string::npos ? "" : line.substr(start, end - start + 1);
         }
     }
-    std::cerr << "backend: " << version_path << " tells no version\n";
+    std::cerr << "backend: " << version_path << " contains no version\n";
     return {};
 }
 
@@ -112,7 +112,7 @@ std::string global_rejection(const std::string& message) {
     return "#ERROR_GLOBAL#MSG" + message + ". Nothing was saved#END" + line_break;
 }
 
-// Adds the setting of one line to `changes`. Returns the rejection, empty when there is none.
+// Adds the setting in a line to `changes`. Returns the rejection, empty if there is none.
 std::string check_line(const Gateway& gateway, const std::string& line, Values& changes) {
     const auto equals = line.find('=');
     const std::string name = line.substr(0, equals);
@@ -136,19 +136,19 @@ std::string check_line(const Gateway& gateway, const std::string& line, Values& 
     return {};
 }
 
-// Says what is wrong with the version line, or with a further one; empty when nothing is.
+// Returns what is wrong with a version line, or nothing.
 std::string check_version(const std::string& line, const std::string& version) {
     constexpr std::string_view key = "VERSION=";
     if (line.compare(0, key.size(), key) != 0) {
-        return "The settings do not tell their firmware version";
+        return "The settings do not state their firmware version";
     }
     const std::string given = line.substr(key.size());
     return given == version ? ""
                             : "The settings are for firmware " + given + ", this is " + version;
 }
 
-// Good settings are saved although others are rejected. Of several values for one setting the last
-// good one is saved.
+// Valid settings are saved even if others are rejected. Of several values for one setting the last
+// valid one is saved.
 std::string put_configuration(Gateway& gateway, std::string_view query) {
     if (query_value(query, "localHiddenFilename=") != save_path) {
         return global_rejection(std::string("Settings are taken from ") + save_path + " only");
@@ -217,7 +217,7 @@ void record(const Request& request) {
     if (!request.query.empty()) {
         line += ' ' + request.query;
     }
-    // Whether char has a sign differs from target to target.
+    // char is signed on some targets only.
     const auto is_control = [](char c) { return static_cast<unsigned char>(c) < ' '; };
     std::replace_if(line.begin(), line.end(), is_control, '?');
     std::ofstream log(request_log_path, std::ios::app);

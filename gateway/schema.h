@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-// One setting of a part. `limits` is as the schema file has it: "1..65535", "udp|tcp|tls", "40".
+// A setting of a part. `limits` is as in the schema file: "1..65535", "udp|tcp|tls", "40".
 struct Setting {
     std::string name;
     std::string type;
@@ -25,16 +25,17 @@ struct Part {
 
 class Schema {
   public:
-    // Reads the schema file. An unreadable file gives a schema that knows no setting; a line that
-    // makes no sense is skipped and told on standard error.
+    // Reads the schema file. An unreadable file gives a schema without settings; an invalid line is
+    // skipped and reported on standard error.
     explicit Schema(const std::string& path);
 
-    // The general part of that name, the extension part of that caption; null when there is none.
+    // The general part of that name, or the extension part with that caption; null if there is
+    // none.
     [[nodiscard]] const Part* general_part(std::string_view name) const;
     [[nodiscard]] const Part* extension_part(std::string_view caption) const;
 
-    // The setting that PART.NAME or PART.EXTENSION.NAME means, whether or not the extension exists;
-    // null when there is none. `extension` becomes the extension's name, empty in a general part.
+    // The setting PART.NAME or PART.EXTENSION.NAME, whether or not the extension exists; null if
+    // there is none. Sets `extension` to the extension's name, or to nothing in a general part.
     const Setting* find(std::string_view full_name, std::string& extension) const;
 
   private:
@@ -44,8 +45,8 @@ class Schema {
 // The name that an administrator reads and types; `extension` is empty for a general part.
 std::string full_name(const Part& part, std::string_view extension, const Setting& setting);
 
-// Says why the setting cannot have the value; empty when it can.
+// Returns why the setting cannot have the value, or nothing if it can.
 std::string objection(const Setting& setting, std::string_view value);
 
-// Tells whether the extension database lists an extension of that name, of whatever kind.
+// Returns whether the extension database lists an extension of that name, of any kind.
 bool extension_listed(const std::string& database_path, std::string_view extension);

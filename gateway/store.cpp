@@ -12,7 +12,7 @@
 
 namespace {
 
-// Makes what was written to the file or folder last. Returns false with errno set.
+// Flushes the file or folder to disk. On failure returns false with errno set.
 bool sync_to_disk(const std::string& path) {
     const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor < 0) {

@@ -630,8 +630,8 @@ def test_of_several_values_the_last_good_one_is_saved(gateway):
     [
         ("VERSION=2.1.3\nntp.interval=61\n", "The settings are for firmware 2.1.3, this is 2.1.4"),
         ("VERSION=\nntp.interval=61\n", "The settings are for firmware , this is 2.1.4"),
-        ("ntp.interval=61\n", "The settings do not tell their firmware version"),
-        ("", "The settings do not tell their firmware version"),
+        ("ntp.interval=61\n", "The settings do not state their firmware version"),
+        ("", "The settings do not state their firmware version"),
         (
             "VERSION=2.1.4\nntp.interval=61\nVERSION=9\nntp.interval=62\n",
             "The settings are for firmware 9, this is 2.1.4",

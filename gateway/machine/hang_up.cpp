@@ -1,6 +1,5 @@
-// Does to a serial line what the kernel does when the carrier is lost: whoever has it open is cut
-// off and the session on it gets a hang-up. The emulated serial port has no modem lines to do so
-// itself.
+// Does to a serial line what the kernel does when the carrier is lost: processes that have it open
+// are cut off, and the session on it gets a hang-up. The emulated serial port has no modem signals.
 //
 // usage: hang_up DEVICE
 #include <fcntl.h>
