@@ -10,6 +10,7 @@ import itertools
 import os
 import re
 import shutil
+import tempfile
 
 import pytest
 
@@ -101,12 +102,14 @@ def meant_address(direction, case):
 def words(shell, lines):
     """The words that the interpreter makes of each line. Nothing can be found that would run."""
     script = b"p() { printf '%s\\0' \"$@\" ''; }\n" + b"".join(b"p " + line + b"\n" for line in lines)
-    done = programs.run(
-        ["/usr/bin/env", "-i", "PATH=/nowhere", shutil.which(shell[0]), *shell[1:]],
-        input=script,
-        capture_output=True,
-        timeout=20 * PATIENCE,
-    )
+    with tempfile.NamedTemporaryFile() as file:  # input would be read byte by byte
+        file.write(script)
+        file.flush()
+        done = programs.run(
+            ["/usr/bin/env", "-i", "PATH=/nowhere", shutil.which(shell[0]), *shell[1:], file.name],
+            capture_output=True,
+            timeout=20 * PATIENCE,
+        )
     assert (done.returncode, done.stderr) == (0, b"")
     # No word that is meant is empty but the last of a line, which p adds.
     return [line.split(b"\0") for line in done.stdout.split(b"\0\0")[:-1]]
