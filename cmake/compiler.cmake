@@ -9,7 +9,7 @@ if(TESSEL_SANITIZERS)
   target_link_options(tessel_compiler INTERFACE ${sanitizers})
 endif()
 target_compile_definitions(tessel_compiler INTERFACE _TIME_BITS=64 _FILE_OFFSET_BITS=64)
-# Everything that is searched by fuzzing says at once when it does something undefined.
+# Undefined behaviour ends a fuzz target at once.
 if(TESSEL_FUZZ)
   set(CMAKE_REQUIRED_FLAGS -fsanitize=fuzzer,address,undefined)
   check_cxx_source_compiles(
@@ -25,8 +25,8 @@ if(TESSEL_FUZZ)
   target_link_options(tessel_compiler INTERFACE ${fuzz_options})
 endif()
 
-# tessel_prefer(RESULT COMPILE LINK [SOURCE]): puts flags before the builder's own, so that those win,
-# unless no program can be made with them.
+# tessel_prefer(RESULT COMPILE LINK [SOURCE]): adds flags before the builder's, so that the builder's win,
+# unless no program can be built with them.
 function(tessel_prefer result compile link)
   set(CMAKE_CXX_FLAGS "${compile} ${CMAKE_CXX_FLAGS}")
   set(CMAKE_EXE_LINKER_FLAGS "${link} ${CMAKE_EXE_LINKER_FLAGS}")

@@ -1,8 +1,8 @@
-# What the program is linked with: Readline, and what its archive and older C libraries need besides.
+# The libraries of the program: Readline, and what a static Readline or an older C library also needs.
 include(CheckCXXSourceCompiles)
-# The checks use the flags of the build that they are for.
+# The checks below use the flags of the build.
 set(CMAKE_TRY_COMPILE_CONFIGURATION ${CMAKE_BUILD_TYPE})
-option(TESSEL_STATIC "Link everything into the program: for a system without the libraries" OFF)
+option(TESSEL_STATIC "Link fully static, for a system without the libraries" OFF)
 if(TESSEL_STATIC)
   set(CMAKE_FIND_LIBRARY_SUFFIXES .a)
   set(tessel_static -static)
@@ -15,8 +15,8 @@ if(NOT READLINE_INCLUDE_DIR OR NOT READLINE_LIBRARY)
 endif()
 set(tessel_libraries ${READLINE_LIBRARY})
 
-# tessel_check(RESULT SOURCE): whether a program that reads lines can be made, with SOURCE in it.
-# Asked again when the builder has changed the flags.
+# tessel_check(RESULT SOURCE): whether a program with Readline and SOURCE can be linked. Checked again
+# when the flags have changed.
 function(tessel_check result source)
   set(CMAKE_REQUIRED_INCLUDES ${READLINE_INCLUDE_DIR})
   set(CMAKE_REQUIRED_LIBRARIES ${tessel_libraries})
@@ -33,7 +33,7 @@ function(tessel_check result source)
 int main() { char line[256]; return readline(fgets(line, sizeof line, stdin)) != nullptr; }" ${result})
 endfunction()
 
-# An archive of Readline, and some builds of the library, do not say which terminal library they need.
+# A static Readline, and some shared ones, do not record which terminal library they need.
 tessel_check(TESSEL_READLINE_IS_ENOUGH "")
 if(NOT TESSEL_READLINE_IS_ENOUGH)
   find_library(TERMINAL_LIBRARY NAMES tinfo tinfow ncursesw ncurses termcap)
@@ -47,7 +47,7 @@ if(NOT TESSEL_READLINE_IS_ENOUGH)
   endif()
 endif()
 
-# glibc before 2.34 has timers in a library of their own.
+# glibc before 2.34 has timers in librt.
 set(timer "#include <ctime>
 #include <csignal>
 int timer() { return timer_create(CLOCK_MONOTONIC, nullptr, nullptr); }")

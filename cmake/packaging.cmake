@@ -1,14 +1,14 @@
-# What is installed, the Debian package (cpack) and the source archive (the target package_source).
+# Installation, the Debian package (cpack) and the source archive (the target package_source).
 include(GNUInstallDirs)
 
 install(TARGETS tessel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES docs/tessel.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
-# For those who put the shell on a device.
+# For integrators.
 set(integrators_pages
     docs/device.md docs/firmware.md docs/integration.md docs/login.md docs/security.md)
 install(FILES CHANGELOG.md COPYING DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${integrators_pages} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
-# For those who change it: cmake --install FOLDER --component developers
+# For developers: cmake --install FOLDER --component developers
 file(GLOB pages RELATIVE ${CMAKE_SOURCE_DIR} CONFIGURE_DEPENDS docs/*.md docs/*.svg)
 list(REMOVE_ITEM pages ${integrators_pages})
 install(FILES README.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
@@ -52,7 +52,7 @@ endif()
 
 set(CPACK_SOURCE_GENERATOR TGZ)
 set(CPACK_SOURCE_PACKAGE_FILE_NAME tessel-${PROJECT_VERSION})
-# The folder's own name may hold what means something in a regular expression.
+# The folder's path may contain characters that are special in a regular expression.
 string(REGEX REPLACE "([][+.*^$()?|\\])" "\\\\\\1" top "${CMAKE_SOURCE_DIR}")
 set(CPACK_SOURCE_IGNORE_FILES "^${top}/build/" "^${top}/\\.git(/|$)" "^${top}/\\.cache/"
     "^${top}/compile_commands\\.json$" "/__pycache__/" "/\\.hypothesis/")

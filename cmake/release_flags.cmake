@@ -1,6 +1,5 @@
-# CMake reads this before it sets its default flags. A device has little flash, so a release is
-# optimised for size. A builder who sets CMAKE_CXX_FLAGS_RELEASE, or an -O in the flags for all
-# builds, decides.
+# CMake reads this before it sets its default flags. A device has little flash, so a release is optimised
+# for size, unless the builder sets CMAKE_CXX_FLAGS_RELEASE or an -O in the flags for all builds.
 set(optimisation -Os)
 if("$ENV{CXXFLAGS} ${CMAKE_CXX_FLAGS} ${CMAKE_CXX_FLAGS_INIT}" MATCHES "(^| )-O")
   set(optimisation "")

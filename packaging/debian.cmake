@@ -1,8 +1,8 @@
-# Included by prepare.cmake, which sets day: what Debian wants otherwise than others do.
+# Debian's conventions. Included by prepare.cmake, which sets day.
 set(root ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr)
 set(documents ${root}/share/doc/tessel)
 
-# The licence is in every Debian system already.
+# Every Debian system has the licence.
 file(REMOVE ${documents}/COPYING)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/copyright ${documents}/copyright COPYONLY)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/lintian-overrides ${root}/share/lintian/overrides/tessel COPYONLY)
@@ -13,18 +13,18 @@ execute_process(COMMAND env LC_ALL=C date -u -R -d ${day}
 file(WRITE ${documents}/changelog.Debian
 "tessel (${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}) unstable; urgency=medium
 
-  * Release ${CPACK_PACKAGE_VERSION}; what it changes stands in changelog.gz.
+  * Release ${CPACK_PACKAGE_VERSION}; see changelog.gz.
 
  -- ${CPACK_PACKAGE_CONTACT}  ${date}
 ")
 
-# The architecture is the compiler's, not that of the machine it runs on.
+# The architecture is that of the compiler's target, not of the build machine.
 if(CPACK_TESSEL_TRIPLET)
   execute_process(COMMAND dpkg-architecture -t ${CPACK_TESSEL_TRIPLET} -q DEB_HOST_ARCH
                   OUTPUT_VARIABLE CPACK_DEBIAN_PACKAGE_ARCHITECTURE OUTPUT_STRIP_TRAILING_WHITESPACE
                   COMMAND_ERROR_IS_FATAL ANY)
 endif()
-# Nobody knows the packages of a sysroot's libraries; the program tells what it needs.
+# The package manager does not know a sysroot's libraries, so the program's headers say what it needs.
 if(NOT CPACK_DEBIAN_PACKAGE_SHLIBDEPS)
   file(GLOB program ${root}/*bin/tessel)
   execute_process(COMMAND readelf --wide --dynamic --version-info ${program}

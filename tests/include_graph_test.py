@@ -38,7 +38,7 @@ def test_a_new_include_is_noticed(tmp_path):
     done = programs.run([draw, "--check"], capture_output=True, text=True, check=False)
     assert (done.returncode, done.stderr) == (
         1,
-        "draw_includes: docs/maintainers.md is not current; run scripts/draw_includes\n",
+        "draw_includes: docs/maintainers.md is out of date; run scripts/draw_includes\n",
     )
     programs.run([draw], check=True)
     assert "config --> console\n" in (tmp_path / "docs/maintainers.md").read_text()

@@ -1,9 +1,9 @@
-# What the toolchain files of this folder share; each sets the two names first.
+# Included by the toolchain files of this folder, which first set:
 #
-#   CMAKE_SYSTEM_PROCESSOR  the architecture, as the preset and its sysroot are named
-#   triplet                 the target, as the distribution names its cross compiler and folders
+#   CMAKE_SYSTEM_PROCESSOR  the architecture, as in the names of preset and sysroot
+#   triplet                 the target, as in the names of the distribution's cross compiler and folders
 #
-# TESSEL_SYSROOT is a folder with the target's headers and libraries, such as scripts/make_sysroot makes.
+# TESSEL_SYSROOT is a folder with the target's headers and libraries, made by scripts/make_sysroot.
 set(CMAKE_SYSTEM_NAME Linux)
 set(TESSEL_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../../build/sysroot-${CMAKE_SYSTEM_PROCESSOR}
     CACHE PATH "Headers and libraries of the target")
