@@ -20,14 +20,15 @@ std::string database_path() {
 }
 
 bool lists_extension(Configuration::MultiSectionFile& database, const char* kind,
-                     const std::string& name, const SmartBuffer& key, const SmartBuffer& value) {
+                     const std::string& name) {
     database.Restart();
     if (database.GotoSection(kind) == 0) {
         return false;
     }
+    const SmartBuffer value;
     database.RestartSection();
     while (database.GotoSecNextEntry() != 0) {
-        database.GetSecCurrentEntry(key.data, key.size, value.data, value.size);
+        database.GetSecCurrentEntry(nullptr, 0, value.data, value.size);
         if (name == value.data) {
             return true;
         }
@@ -40,10 +41,8 @@ bool lists_extension(Configuration::MultiSectionFile& database, const char* kind
 int extension_exists(const std::string& name) {
     Configuration::MultiSectionFile database(database_path().c_str(), false, false, false,
                                              "section", "{\n", "}\n", "=", "#", nullptr);
-    const SmartBuffer key;
-    const SmartBuffer value;
     for (const char* kind : EXTENSION_KINDS) {
-        if (lists_extension(database, kind, name, key, value)) {
+        if (lists_extension(database, kind, name)) {
             return 1;
         }
     }

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <string>
 
@@ -22,13 +21,6 @@ TEST(SmartBuffer, Has4096BytesAllZeroAtFirst) {
     const SmartBuffer buffer;
     ASSERT_EQ(buffer.size, 4096U);
     EXPECT_TRUE(std::all_of(buffer.data, buffer.data + buffer.size, [](char c) { return c == 0; }));
-}
-
-TEST(UnreadableFile, NamesPathAndReason) {
-    const UnreadableFile error("/some/file", ENOENT);
-    EXPECT_STREQ(error.what(), "/some/file: No such file or directory");
-    const std::runtime_error& base = error;
-    EXPECT_STREQ(base.what(), error.what());
 }
 
 TEST(SmartBuffer, IsWipedBeforeItsStorageIsReleased) {

@@ -12,8 +12,8 @@ class ConfigFile {
     /// The two options of the device's library; they change nothing for a reader.
     ConfigFile(const char* path, bool /*unused*/, bool /*unused*/);
 
-    /// What stands between key and value, ends an entry and begins a comment. Until then '=', a
-    /// line feed and '#'.
+    /// Sets the characters between key and value, at the end of an entry and at the start of a
+    /// comment. The defaults are '=', a line feed and '#'.
     void ChangeSyntax(char assignment, char end, char comment);
 
     /// The value of the first entry of that key, or ConfigBuffer::ENTRY_NOT_FOUND.

@@ -12,46 +12,31 @@ namespace config_text {
 namespace {
 
 constexpr std::size_t SPARE_SIZE = 512;  // bytes
+constexpr std::size_t NOWHERE = std::string_view::npos;
 
-class FileDescriptor {
-  public:
-    explicit FileDescriptor(int number) : number_(number) {}
-    ~FileDescriptor() {
-        if (number_ >= 0) {
-            close(number_);
-        }
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    [[nodiscard]] int number() const { return number_; }
-
-  private:
-    int number_;
+struct OpenFile {
+    ~OpenFile() { close(descriptor); }
+    const int descriptor;
 };
 
-// Called several times for every line of a file: inlined it saves a tenth of the instructions of a
-// look-up among 10,000 extensions.
+// Inlined, since it is called for every line's first and last characters: a call each makes the
+// look-up of an extension a fifth slower.
 [[gnu::always_inline]] inline bool is_blank(char c) {
     return c == ' ' || c == '\t' || c == '\r';
 }
 
 std::string_view trim(std::string_view text) {
-    const char* first = text.data();
-    std::size_t size = text.size();
-    while (size > 0 && is_blank(*first)) {
-        ++first;
-        --size;
+    while (!text.empty() && is_blank(text.front())) {
+        text.remove_prefix(1);
     }
-    while (size > 0 && is_blank(first[size - 1])) {
-        --size;
+    while (!text.empty() && is_blank(text.back())) {
+        text.remove_suffix(1);
     }
-    return {first, size};
+    return text;
 }
 
-// Most lines differ from what is looked for in their first character, so that one goes first.
 bool starts_with(std::string_view text, std::string_view start) {
-    return text.size() >= start.size() && (start.empty() || text.front() == start.front()) &&
-           text.compare(0, start.size(), start) == 0;
+    return text.size() >= start.size() && text.compare(0, start.size(), start) == 0;
 }
 
 bool ends_with(std::string_view text, std::string_view end) {
@@ -67,57 +52,107 @@ std::string without_line_feed(std::string mark) {
 
 // Reads to the end rather than to the size the file claims: it may be growing, or have no size.
 int read_all(int file, std::string& text) {
+    struct stat status = {};
+    if (fstat(file, &status) != 0) {
+        return errno;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    }
+    // More than the size, so that the read that meets the end needs no more room.
+    text.resize(static_cast<std::size_t>(status.st_size) + SPARE_SIZE);
     std::size_t length = 0;
-    for (;;) {
+    ssize_t count = 0;
+    do {
         if (length == text.size()) {
             text.resize(2 * length);
         }
-        const ssize_t count = read(file, &text[length], text.size() - length);
-        if (count == 0) {
-            text.resize(length);
-            return 0;
+        count = read(file, &text[length], text.size() - length);
+        length += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+    } while (count > 0 || (count < 0 && errno == EINTR));
+    text.resize(count < 0 ? 0 : length);
+    return count < 0 ? errno : 0;
+}
+
+// Where word next begins a line, after blanks; NOWHERE when it does not.
+std::size_t find_line(std::string_view text, std::string_view word, std::size_t from) {
+    for (std::size_t at = text.find(word, from); at != NOWHERE; at = text.find(word, at + 1)) {
+        std::size_t start = at;
+        while (start > 0 && is_blank(text[start - 1])) {
+            --start;
         }
-        if (count > 0) {
-            length += static_cast<std::size_t>(count);
-        } else if (errno != EINTR) {
-            return errno;
+        if (start == 0 || text[start - 1] == '\n') {
+            return at;
         }
     }
+    return NOWHERE;
 }
 
 // Steps over empty lines and then over a line that is the opening mark and nothing else.
-bool skip_opening(std::string_view& rest, const SectionSyntax& sections, char comment) {
-    std::string_view ahead = rest;
-    while (!ahead.empty()) {
-        const std::string_view line = strip(take_line(ahead, '\n'), comment);
-        if (line == sections.opening) {
-            rest = ahead;
-            return true;
-        }
-        if (!line.empty()) {
-            return false;
-        }
+bool skip_opening(std::string_view& rest, const SectionSyntax& syntax, char comment) {
+    std::string_view line;
+    while (line.empty() && !rest.empty()) {
+        line = strip(take_line(rest, '\n'), comment);
     }
-    return false;
+    return line == syntax.opening;
 }
 
-// True when the trimmed line opens a section; rest, which follows the line, then stands on the
-// section's first line.
-bool open_section(std::string_view line, std::string_view& rest, const SectionSyntax& sections,
-                  char comment, std::string_view& header) {
-    if (!starts_with(line, sections.keyword)) {
+// True when the first line of rest opens a section; rest is then what follows the opening.
+bool open_section(std::string_view& rest, const SectionSyntax& syntax, char comment,
+                  std::string_view& header) {
+    header = strip(take_line(rest, '\n'), comment);
+    if (!starts_with(header, syntax.keyword)) {
         return false;
     }
-    header = strip(line, comment).substr(sections.keyword.size());
-    if (!header.empty() && !is_blank(header.front()) && !starts_with(header, sections.opening)) {
+    header.remove_prefix(syntax.keyword.size());
+    if (!header.empty() && !is_blank(header.front()) && !starts_with(header, syntax.opening)) {
         return false;  // a longer word
     }
-    if (ends_with(header, sections.opening)) {
-        header.remove_suffix(sections.opening.size());
-    } else if (!skip_opening(rest, sections, comment)) {
+    if (ends_with(header, syntax.opening)) {
+        header.remove_suffix(syntax.opening.size());
+    } else if (!skip_opening(rest, syntax, comment)) {
         return false;
     }
     header = trim(header);
+    return true;
+}
+
+// Where the next section's opening begins, or NOWHERE. The section gets its header, and for its
+// body all that follows the opening.
+std::size_t find_opening(std::string_view text, const SectionSyntax& syntax, char comment,
+                         Section& section) {
+    for (std::size_t at = find_line(text, syntax.keyword, 0); at != NOWHERE;
+         at = find_line(text, syntax.keyword, at + 1)) {
+        section.body = text.substr(at);
+        if (open_section(section.body, syntax, comment, section.header)) {
+            return at;
+        }
+    }
+    section = {};
+    return NOWHERE;
+}
+
+// Where the first line begins that is the closing mark and nothing else, or NOWHERE.
+std::size_t find_closing(std::string_view text, const SectionSyntax& syntax, char comment) {
+    for (std::size_t at = find_line(text, syntax.closing, 0); at != NOWHERE;
+         at = find_line(text, syntax.closing, at + 1)) {
+        std::string_view rest = text.substr(at);
+        if (strip(take_line(rest, '\n'), comment) == syntax.closing) {
+            return at;
+        }
+    }
+    return NOWHERE;
+}
+
+// Splits a stripped line at its first assignment character. False when it has none.
+bool split_entry(std::string_view line, char assignment, Entry& entry) {
+    const std::size_t position = line.find(assignment);
+    if (position == std::string_view::npos) {
+        return false;
+    }
+    entry.key = trim(line.substr(0, position));
+    line.remove_prefix(position + 1);
+    entry.value = trim(line);
     return true;
 }
 
@@ -132,27 +167,17 @@ SectionSyntax::SectionSyntax(const char* keyword_word, const char* opening_mark,
 int read_file(const char* path, std::string& text) {
     text.clear();
     // Without O_NONBLOCK the opening of a pipe without a writer would hang.
-    const FileDescriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status = {};
-    if (file.number() < 0 || fstat(file.number(), &status) != 0) {
+    const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0) {
         return errno;
     }
-    if (!S_ISREG(status.st_mode)) {
-        return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
-    }
-    // More than the size, so that the read that meets the end needs no more room.
-    text.resize(static_cast<std::size_t>(status.st_size) + SPARE_SIZE);
-    const int error = read_all(file.number(), text);
-    if (error != 0) {
-        text.clear();
-    }
-    return error;
+    const OpenFile file = {descriptor};
+    return read_all(file.descriptor, text);
 }
 
 std::string_view take_line(std::string_view& rest, char end) {
-    const std::size_t length = std::min(rest.find(end), rest.size());
-    const std::string_view line = rest.substr(0, length);
-    rest.remove_prefix(std::min(length + 1, rest.size()));
+    const std::string_view line = rest.substr(0, rest.find(end));
+    rest.remove_prefix(std::min(line.size() + 1, rest.size()));
     return line;
 }
 
@@ -173,17 +198,6 @@ std::string_view strip(std::string_view line, char comment) {
     return line;
 }
 
-bool split_entry(std::string_view line, char assignment, Entry& entry) {
-    const std::size_t position = line.find(assignment);
-    if (position == std::string_view::npos) {
-        return false;
-    }
-    entry.key = trim(line.substr(0, position));
-    line.remove_prefix(position + 1);
-    entry.value = trim(line);
-    return true;
-}
-
 bool next_entry(std::string_view& rest, const EntrySyntax& syntax, Entry& entry) {
     while (!rest.empty()) {
         const std::string_view line = strip(take_line(rest, syntax.end), syntax.comment);
@@ -196,49 +210,25 @@ bool next_entry(std::string_view& rest, const EntrySyntax& syntax, Entry& entry)
 
 bool find_entry(std::string_view text, std::string_view key, const EntrySyntax& syntax,
                 Entry& entry) {
-    while (!text.empty()) {
-        const std::string_view line = trim(take_line(text, syntax.end));
-        if (starts_with(line, key) &&
-            split_entry(strip(line, syntax.comment), syntax.assignment, entry) &&
-            entry.key == key) {
+    while (next_entry(text, syntax, entry)) {
+        if (entry.key == key) {
             return true;
         }
     }
     return false;
 }
 
-SectionCursor::SectionCursor(std::string_view text, const SectionSyntax& sections, char comment)
-    : rest_(text), sections_(&sections), comment_(comment) {}
-
-bool SectionCursor::next(Section& section) {
-    while (!rest_.empty()) {
-        const std::string_view line = trim(take_line(rest_, '\n'));
-        std::string_view header;
-        if (open_section(line, rest_, *sections_, comment_, header)) {
-            section = {header, take_body()};
-            return true;
-        }
+bool next_section(std::string_view& rest, const SectionSyntax& syntax, char comment,
+                  Section& section) {
+    if (find_opening(rest, syntax, comment, section) == NOWHERE) {
+        return false;
     }
-    return false;
-}
-
-// The text up to the closing mark, to the next section's opening or to the end.
-std::string_view SectionCursor::take_body() {
-    const std::string_view body = rest_;
-    while (!rest_.empty()) {
-        const std::string_view before = rest_;
-        const std::string_view line = trim(take_line(rest_, '\n'));
-        std::string_view header;
-        std::string_view ahead = rest_;
-        if (open_section(line, ahead, *sections_, comment_, header)) {
-            rest_ = before;
-            return body.substr(0, body.size() - before.size());
-        }
-        if (starts_with(line, sections_->closing) && strip(line, comment_) == sections_->closing) {
-            return body.substr(0, body.size() - before.size());
-        }
-    }
-    return body;
+    Section next;
+    rest = section.body;
+    section.body = rest.substr(0, find_opening(rest, syntax, comment, next));
+    rest.remove_prefix(section.body.size());
+    section.body = section.body.substr(0, find_closing(section.body, syntax, comment));
+    return true;
 }
 
 }  // namespace config_text

@@ -27,8 +27,7 @@ struct EntrySyntax {
 
 /// The words that give a section its shape. The marks are kept without a closing line feed: the
 /// line that they end or fill is cut at line feeds anyway.
-class SectionSyntax {
-  public:
+struct SectionSyntax {
     SectionSyntax(const char* keyword, const char* opening_mark, const char* closing_mark);
     std::string keyword;
     std::string opening;
@@ -55,9 +54,6 @@ std::string_view take_line(std::string_view& rest, char end);
 /// The line without its comment and without the blanks around the rest.
 std::string_view strip(std::string_view line, char comment);
 
-/// Splits a stripped line at its first assignment character. False when it has none.
-bool split_entry(std::string_view line, char assignment, Entry& entry);
-
 /// Advances rest past the next entry. False when there is none left.
 bool next_entry(std::string_view& rest, const EntrySyntax& syntax, Entry& entry);
 
@@ -65,20 +61,8 @@ bool next_entry(std::string_view& rest, const EntrySyntax& syntax, Entry& entry)
 bool find_entry(std::string_view text, std::string_view key, const EntrySyntax& syntax,
                 Entry& entry);
 
-/// Walks over the sections of a text. Text and syntax must outlive it.
-class SectionCursor {
-  public:
-    SectionCursor(std::string_view text, const SectionSyntax& sections, char comment);
-
-    /// Moves on to the next section. False when there is none left.
-    bool next(Section& section);
-
-  private:
-    std::string_view take_body();
-
-    std::string_view rest_;
-    const SectionSyntax* sections_;
-    char comment_;
-};
+/// Advances rest past the next section. False, and an empty section, when there is none left.
+bool next_section(std::string_view& rest, const SectionSyntax& syntax, char comment,
+                  Section& section);
 
 }  // namespace config_text

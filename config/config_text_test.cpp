@@ -48,8 +48,7 @@ Sections sections_of(std::string_view text, const char* keyword = "section") {
     const SectionSyntax syntax(keyword, "{\n", "}\n");
     Sections sections;
     Section section;
-    config_text::SectionCursor cursor(text, syntax, '#');
-    while (cursor.next(section)) {
+    while (config_text::next_section(text, syntax, '#', section)) {
         sections.push_back({std::string(section.header), entries_of(section.body)});
     }
     return sections;
@@ -318,8 +317,8 @@ TEST(ConfigTextSection, AnyBytesAreAccepted) {
         const char* reached = text.data();
         const SectionSyntax syntax("section", "{\n", "}\n");
         Section section;
-        config_text::SectionCursor cursor(text, syntax, '#');
-        while (cursor.next(section)) {
+        std::string_view rest = text;
+        while (config_text::next_section(rest, syntax, '#', section)) {
             ASSERT_LE(reached, section.header.data());
             ASSERT_LE(section.header.data() + section.header.size(), section.body.data());
             reached = section.body.data() + section.body.size();

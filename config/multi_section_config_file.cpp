@@ -4,7 +4,7 @@
 
 MultiSectionConfigFile::MultiSectionConfigFile(const char* path, bool /*unused*/, bool /*unused*/,
                                                bool /*unused*/)
-    : sections_("section", "{\n", "}\n"), cursor_({}, sections_, syntax_.comment) {
+    : sections_("section", "{\n", "}\n") {
     config_text::read_file(path, text_);
     Restart();
 }
@@ -15,13 +15,12 @@ void MultiSectionConfigFile::ChangeSectionSyntax(const char* keyword, const char
 }
 
 void MultiSectionConfigFile::Restart() {
-    cursor_ = config_text::SectionCursor(text_, sections_, syntax_.comment);
+    rest_ = text_;
     current_ = {};
 }
 
 int MultiSectionConfigFile::GotoNextSection() {
-    current_ = {};
-    return cursor_.next(current_) ? 1 : 0;
+    return config_text::next_section(rest_, sections_, entries_.comment, current_) ? 1 : 0;
 }
 
 std::string MultiSectionConfigFile::GetHeaderEntry() const {
@@ -30,7 +29,7 @@ std::string MultiSectionConfigFile::GetHeaderEntry() const {
 
 std::string MultiSectionConfigFile::GetSectionEntry(const char* key) const {
     config_text::Entry entry;
-    if (!config_text::find_entry(current_.body, key, syntax_, entry)) {
+    if (!config_text::find_entry(current_.body, key, entries_, entry)) {
         return std::string(ConfigBuffer::ENTRY_NOT_FOUND);
     }
     return std::string(entry.value);

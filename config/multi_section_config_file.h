@@ -23,7 +23,7 @@ class MultiSectionConfigFile {
     /// Moves the cursor before the first section.
     void Restart();
 
-    /// 1 when the cursor now stands on a further section, 0 at the end.
+    /// Moves the cursor to the next section. Returns 0 when there is none, else 1.
     int GotoNextSection();
 
     /// What follows the keyword on the current section's opening line.
@@ -35,8 +35,8 @@ class MultiSectionConfigFile {
 
   private:
     std::string text_;
-    config_text::EntrySyntax syntax_;
     config_text::SectionSyntax sections_;
-    config_text::SectionCursor cursor_;
+    config_text::EntrySyntax entries_;
+    std::string_view rest_;  // what the cursor has not passed
     config_text::Section current_;
 };

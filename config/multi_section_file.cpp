@@ -1,18 +1,16 @@
 #include "config/multi_section_file.h"
 
 #include <cstring>
-
-#include "config/config_buffer.h"
+#include <stdexcept>
 
 namespace Configuration {
 
 namespace {
 
 void copy_text(std::string_view text, char* buffer, unsigned size) {
-    if (buffer == nullptr || size == 0) {
-        return;
+    if (size > 0) {
+        buffer[text.copy(buffer, size - 1)] = '\0';
     }
-    buffer[text.copy(buffer, size - 1)] = '\0';
 }
 
 }  // namespace
@@ -21,16 +19,10 @@ MultiSectionFile::MultiSectionFile(const char* path, bool /*unused*/, bool /*unu
                                    bool /*unused*/, const char* keyword, const char* opening_mark,
                                    const char* closing_mark, const char* assignment,
                                    const char* comment, const char* /*unused*/)
-    : entries_{*assignment, '\n', *comment} {
+    : sections_(keyword, opening_mark, closing_mark), entries_{*assignment, '\n', *comment} {
     const int error = config_text::read_file(path, text_);
     if (error != 0) {
-        throw UnreadableFile(path, error);
-    }
-    const config_text::SectionSyntax syntax(keyword, opening_mark, closing_mark);
-    config_text::SectionCursor cursor(text_, syntax, entries_.comment);
-    config_text::Section section;
-    while (cursor.next(section)) {
-        sections_.push_back(section);
+        throw std::runtime_error(std::string(path) + ": " + std::strerror(error));
     }
 }
 
@@ -45,14 +37,14 @@ void MultiSectionFile::Restart() {
 }
 
 int MultiSectionFile::GotoSection(const char* name) {
-    Restart();
-    for (const config_text::Section& section : sections_) {
-        if (section.header == name) {
-            current_ = section;
+    std::string_view rest = text_;
+    while (config_text::next_section(rest, sections_, entries_.comment, current_)) {
+        if (current_.header == name) {
             RestartSection();
             return 1;
         }
     }
+    Restart();
     return 0;
 }
 

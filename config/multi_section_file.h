@@ -5,7 +5,6 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "config/config_text.h"
 
@@ -14,8 +13,8 @@ namespace Configuration {
 class MultiSectionFile {
   public:
     /// The options and the last text belong to the device's library; they change nothing for a
-    /// reader. Of assignment and comment the first character counts. Throws UnreadableFile when
-    /// the file cannot be opened or read.
+    /// reader. Of assignment and comment the first character counts. Throws a runtime error that
+    /// names path and reason when the file cannot be opened or read.
     MultiSectionFile(const char* path, bool /*unused*/, bool /*unused*/, bool /*unused*/,
                      const char* keyword, const char* opening_mark, const char* closing_mark,
                      const char* assignment, const char* comment, const char* /*unused*/);
@@ -35,20 +34,21 @@ class MultiSectionFile {
     /// Moves the entry cursor before the first entry of the current section.
     void RestartSection();
 
-    /// 1 when the entry cursor now stands on a further entry, 0 at the section's end.
+    /// Moves the entry cursor to the next entry. Returns 0 when there is none, else 1.
     int GotoSecNextEntry();
 
-    /// 1 when the entry cursor now stands on the section's first entry of that key, else 0.
+    /// Moves the entry cursor to the section's first entry of that key. Returns 0 when there is
+    /// none, else 1.
     int GotoSecEntry(const char* key);
 
     /// Copies key and value of the entry under the cursor as NUL-terminated texts, cut to the
-    /// given sizes in bytes. A null buffer of size 0 leaves that text out.
+    /// given sizes in bytes. A buffer of size 0 may be null and gets nothing.
     void GetSecCurrentEntry(char* key, unsigned key_size, char* value, unsigned value_size) const;
 
   private:
     std::string text_;
+    config_text::SectionSyntax sections_;
     config_text::EntrySyntax entries_;
-    std::vector<config_text::Section> sections_;
     config_text::Section current_;
     std::string_view rest_;  // what the entry cursor has not passed
     config_text::Entry entry_;

@@ -36,16 +36,17 @@ void check_entries(std::string_view file, const config_text::EntrySyntax& syntax
 
 void check_sections(const std::string& file, const std::string& keyword) {
     const config_text::SectionSyntax syntax(keyword.c_str(), "{\n", "}\n");
-    config_text::SectionCursor cursor(file, syntax, '#');
+    std::string_view rest = file;
     config_text::Section section;
     for (const PlainSection& expected : plain_sections(file, keyword)) {
-        require(cursor.next(section), "there is a further section");
+        require(config_text::next_section(rest, syntax, '#', section),
+                "there is a further section");
         require_inside(section.header, file);
         require_inside(section.body, file);
         require_equal(section.header, expected.header, "header");
         check_entries(section.body, {}, expected.entries);
     }
-    require(!cursor.next(section), "there is no further section");
+    require(!config_text::next_section(rest, syntax, '#', section), "there is no further section");
 }
 
 // Whether the three characters are distinct and have no other meaning.
