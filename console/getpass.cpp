@@ -6,18 +6,32 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 
 #include "console/secret.h"
 #include "console/signals.h"
+#include "console/text.h"
 
 namespace {
 
-// Where the question goes and the answer comes from.
+// Where the question goes and the answer comes from: the controlling terminal, or standard error
+// and standard input. A terminal has no echo and no signal keys for as long as this object lives.
 class Keyboard {
   public:
-    Keyboard() : terminal_(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)) {}
+    Keyboard() : terminal_(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)) {
+        if (tcgetattr(input(), &before_) != 0) {
+            return;
+        }
+        termios silent = before_;
+        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ISIG);
+        // The interrupt key ends a line, so that it is read at once.
+        silent.c_cc[VEOL] = before_.c_cc[VINTR];
+        is_silent_ = tcsetattr(input(), TCSAFLUSH, &silent) == 0;
+    }
     ~Keyboard() {
+        if (is_silent_) {
+            // Half a password that nobody has read must not be seen by the next reader.
+            tcsetattr(input(), line_ended_ ? TCSADRAIN : TCSAFLUSH, &before_);
+        }
         if (terminal_ >= 0) {
             close(terminal_);
         }
@@ -25,120 +39,72 @@ class Keyboard {
     Keyboard(const Keyboard&) = delete;
     Keyboard& operator=(const Keyboard&) = delete;
 
-    [[nodiscard]] int input() const { return terminal_ >= 0 ? terminal_ : STDIN_FILENO; }
     void print(const char* text) const {
-        const int output = terminal_ >= 0 ? terminal_ : STDERR_FILENO;
-        while (*text != '\0') {
-            const ssize_t count = write(output, text, std::strlen(text));
-            if (count > 0) {
-                text += count;
-            } else if (count == 0 || errno != EINTR) {
-                return;
+        write_all(terminal_ >= 0 ? terminal_ : STDERR_FILENO, text);
+    }
+
+    // False, with errno set, when nothing can be read or the wait is called off. A byte at a time,
+    // since the rest of the input is somebody else's.
+    bool read_line(Secret& line) {
+        bool in_answer = true;
+        char byte = '\0';
+        ssize_t count = read_byte(byte);
+        while (count == 1 && byte != '\n' && !is_interrupt_key(byte)) {
+            in_answer = in_answer && byte != '\0';  // what follows a NUL byte is no part of it
+            if (in_answer) {
+                line.append({&byte, 1});
             }
+            count = read_byte(byte);
         }
+        line_ended_ = count == 1;
+        if (line_ended_ && is_silent_) {
+            print("\n");  // that of the line was not echoed
+        }
+        if (line_ended_ && byte != '\n') {
+            errno = EINTR;
+            return false;
+        }
+        return count >= 0;
     }
 
   private:
-    int terminal_;
-};
+    [[nodiscard]] int input() const { return terminal_ >= 0 ? terminal_ : STDIN_FILENO; }
 
-// A terminal without echo and signal keys, for as long as this object lives. Does nothing to
-// input that is no terminal.
-class SilentTerminal {
-  public:
-    explicit SilentTerminal(int terminal) : terminal_(terminal) {
-        if (tcgetattr(terminal, &before_) != 0) {
-            return;
-        }
-        termios silent = before_;
-        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ISIG);
-        // The interrupt key ends a line, so that it is read at once.
-        silent.c_cc[VEOL] = before_.c_cc[VINTR];
-        changed_ = tcsetattr(terminal, TCSAFLUSH, &silent) == 0;
-    }
-    ~SilentTerminal() {
-        if (changed_) {
-            // Half a password that nobody has read must not be seen by the next reader.
-            tcsetattr(terminal_, line_ended_ ? TCSADRAIN : TCSAFLUSH, &before_);
-        }
-    }
-    SilentTerminal(const SilentTerminal&) = delete;
-    SilentTerminal& operator=(const SilentTerminal&) = delete;
-
-    void note_line_end() { line_ended_ = changed_; }
-    [[nodiscard]] bool line_ended() const { return line_ended_; }
     [[nodiscard]] bool is_interrupt_key(char c) const {
         const cc_t key = before_.c_cc[VINTR];
-        return changed_ && key != _POSIX_VDISABLE && static_cast<cc_t>(c) == key;
+        return is_silent_ && key != _POSIX_VDISABLE && static_cast<cc_t>(c) == key;
     }
 
-  private:
-    int terminal_;
-    termios before_ = {};
-    bool changed_ = false;
-    bool line_ended_ = false;
-};
-
-// Waits for a byte and reads it. Returns 0 at the end of input, -1 for an error or when the session
-// is to end: unlike a read, poll never starts again by itself after a signal.
-ssize_t read_byte(int input, char& byte) {
-    for (;;) {
-        pollfd ready = {input, POLLIN, 0};
-        if (end_requested()) {
-            errno = EINTR;
-            return -1;
-        }
-        if (poll(&ready, 1, -1) > 0) {
-            const ssize_t count = read(input, &byte, 1);
+    // Waits for a byte and reads it. Returns 0 at the end of input, -1 for an error or when the
+    // session is to end: unlike a read, poll never starts again by itself after a signal.
+    ssize_t read_byte(char& byte) const {
+        while (!end_requested()) {
+            pollfd ready = {input(), POLLIN, 0};
+            const ssize_t count = poll(&ready, 1, -1) > 0 ? read(input(), &byte, 1) : -1;
             if (count >= 0 || (errno != EINTR && errno != EAGAIN)) {
                 return count;
             }
-        } else if (errno != EINTR) {
-            return -1;
         }
-    }
-}
-
-// False when the wait was called off. A byte at a time, since the rest of the input is somebody
-// else's. What follows a NUL byte is no part of the answer.
-bool read_line_into(Secret& line, int input, SilentTerminal& terminal) {
-    bool complete = false;
-    char byte = '\0';
-    ssize_t count = read_byte(input, byte);
-    while (count == 1 && byte != '\n' && !terminal.is_interrupt_key(byte)) {
-        complete = complete || byte == '\0';
-        if (!complete) {
-            line.append({&byte, 1});
-        }
-        count = read_byte(input, byte);
-    }
-    if (count == 1) {
-        terminal.note_line_end();
-    }
-    const bool interrupted = count == 1 && byte != '\n';
-    explicit_bzero(&byte, 1);
-    if (interrupted) {
         errno = EINTR;
+        return -1;
     }
-    return !interrupted && (count >= 0 || errno != EINTR);
-}
+
+    int terminal_;
+    termios before_ = {};
+    bool is_silent_ = false;
+    bool line_ended_ = false;
+};
 
 }  // namespace
 
 char* getpass(const char* prompt) {
     static Secret line;
     line.clear();
-    const Keyboard keyboard;
-    SilentTerminal terminal(keyboard.input());
+    Keyboard keyboard;
     keyboard.print(prompt);
-    const bool answered = read_line_into(line, keyboard.input(), terminal);
-    const int error = errno;
-    if (terminal.line_ended()) {  // its line feed was not echoed
-        keyboard.print("\n");
-    }
-    if (!answered) {
+    if (!keyboard.read_line(line)) {
         line.clear();
+        return nullptr;
     }
-    errno = error;
-    return answered ? line.data() : nullptr;
+    return line.data();
 }

@@ -21,14 +21,15 @@ namespace {
 constexpr int NO_KEY = -100;  // nothing that rl_getc returns
 constexpr int EMACS_MODE = 1;
 constexpr int MIN_SCREEN_WIDTH = 4;
-constexpr const char* PASTE_MARKS[] = {"\\e[200~", "\\e[201~"};  // as the editor spells keys
+// What a terminal may put around pasted text, as the editor spells keys.
+constexpr const char* PASTE_MARKS[] = {"\\e[200~", "\\e[201~"};
 
 bool input_is_terminal = false;
-int interrupt_key = NO_KEY;  // the terminal's, as long as the editor has the terminal
+int interrupt_key = NO_KEY;  // the terminal's, while the editor has the terminal
 bool line_was_dropped = false;
 
-// The key that interrupts arrives like any other: the editor's own way to meet the signal keeps the
-// line, and would lose keys that were typed ahead.
+// The interrupt key arrives like any other: the editor's own handling of the signal keeps the line,
+// and would lose keys that were typed ahead.
 int read_key(std::FILE* stream) {
     if (!line_was_dropped) {
         const int key = rl_getc(stream);
@@ -51,13 +52,6 @@ void leave_vi_mode() {
     }
 }
 
-// Lines of the history, the line that was typed before one of them was looked at, and the current
-// line share their lists of what can be undone; the editor loses track of who owns one and releases
-// it twice. So no list outlives the command that made it.
-void forget_undo() {
-    rl_free_undo_list();
-}
-
 // The editor divides by a third of the width.
 void widen_screen() {
     int rows = 0;
@@ -68,9 +62,11 @@ void widen_screen() {
     }
 }
 
-// Happens between any two commands of the editor.
+// Called between any two commands of the editor.
 void redisplay() {
-    forget_undo();
+    // Lines of the history and the current line share their undo lists, and the editor may free one
+    // twice. So no list outlives the command that made it.
+    rl_free_undo_list();
     leave_vi_mode();
     widen_screen();
     rl_redisplay();
@@ -86,19 +82,13 @@ int do_nothing(int /*count*/, int /*key*/) {
     return 0;
 }
 
-// A terminal may still mark what is pasted, when somebody else has asked it to.
-void ignore_paste_marks() {
-    for (const char* mark : PASTE_MARKS) {
-        rl_bind_keyseq_in_map(mark, do_nothing, emacs_standard_keymap);
-    }
-}
-
-// Happens each time the editor takes the terminal. Its start-up file was read before, and can be
-// read again.
+// Called each time the editor takes the terminal. Its start-up file may have been read since.
 void prepare_terminal(int meta_flag) {
     leave_vi_mode();
     rl_variable_bind("enable-bracketed-paste", "off");
-    ignore_paste_marks();
+    for (const char* mark : PASTE_MARKS) {  // another program may have turned them on
+        rl_bind_keyseq_in_map(mark, do_nothing, emacs_standard_keymap);
+    }
     rl_prep_terminal(meta_flag);
     termios modes = {};
     if (tcgetattr(STDIN_FILENO, &modes) == 0 && modes.c_cc[VINTR] != _POSIX_VDISABLE) {
@@ -108,19 +98,12 @@ void prepare_terminal(int meta_flag) {
     }
 }
 
-// Stands in for what the system knows of accounts.
+// Instead of the home folder that the system has for an account.
 char* keep_tilde(char* name) {
     return strdup(("~" + std::string(name)).c_str());
 }
 
 void show_nothing() {}
-
-// What a macro holds or has yet to type.
-void forget_macros() {
-    rl_redisplay_function = show_nothing;
-    rl_free_line_state();
-    rl_redisplay_function = rl_redisplay;
-}
 
 // True when the session is to end. A terminal that hangs up makes the editor return what was typed
 // so far, and half a command must not run; the kernel need not have told this process of it.
@@ -146,7 +129,9 @@ void protect_line_editor() {
 }
 
 void init_line_editor() {
-    forget_macros();
+    // Forgets keyboard macros, which may hold what was typed before the login.
+    rl_redisplay_function = show_nothing;
+    rl_free_line_state();
     tilde_expansion_preexpansion_hook = nullptr;
     rl_readline_name = PROMPT;
     rl_attempted_completion_function = tessel_completion;
@@ -191,7 +176,8 @@ std::optional<Secret> read_password(const char* prompt) {
     errno = 0;
     char* typed = getpass(prompt);
     if (typed == nullptr) {
-        line_was_dropped = errno == EINTR && !session_is_over();
+        const bool interrupted = errno == EINTR;
+        line_was_dropped = !session_is_over() && interrupted;
         return std::nullopt;
     }
     Secret password(typed);

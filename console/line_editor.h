@@ -1,6 +1,6 @@
 #pragma once
 
-// The keyboard. Everything that touches the line editor stands behind these functions.
+// Input from the keyboard. Nothing else uses the line editor.
 
 #include <cstdlib>
 #include <memory>
@@ -19,12 +19,11 @@ using LineBuffer = std::unique_ptr<char, FreeDeleter>;
 /// The shell's prompt, and how each question of a dialogue begins.
 constexpr const char* PROMPT = "tessel:> ";
 
-/// Has standard output held until it is flushed, so that every flush is one write, on a terminal
-/// too.
+/// Makes standard output fully buffered, so that a flush is one write on a terminal too.
 void prepare_streams();
 
-/// Keeps keys from doing harm: what is pasted is typed, no key ends the session by a fault of the
-/// editor, and before the login none tells of accounts. To be called before anything is read.
+/// Keeps keys from doing harm: pasted text counts as typed, no key ends the session through a bug
+/// of the editor, and before the login none reveals accounts. To be called before anything is read.
 void protect_line_editor();
 
 /// Names the application to the editor and installs tessel_completion. To be called after the
@@ -42,7 +41,7 @@ std::optional<std::string> read_answer(const char* prompt);
 /// question was called off. No other copy is kept.
 std::optional<Secret> read_password(const char* prompt);
 
-/// Whether Ctrl-C ended the last of these questions. The cursor then stands on a new line.
+/// Whether Ctrl-C ended the last of these questions. The cursor is then on a new line.
 bool called_off();
 
 /// Keeps a line for the arrow keys, for this session only.

@@ -1,6 +1,6 @@
 #pragma once
 
-// Commands handed to the system's command interpreter.
+// Commands for the system's command interpreter.
 
 #include <string>
 

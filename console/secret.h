@@ -8,13 +8,13 @@
 /// Overwrites a text, its spare capacity included, and leaves it empty.
 void wipe(std::string& text);
 
-/// A text that leaves nothing behind in memory, neither when it grows nor when it goes.
+/// A text that leaves no copy in memory, neither when it grows nor when it is destroyed.
 class Secret {
   public:
     Secret() = default;
     explicit Secret(std::string_view text);
     ~Secret();
-    Secret(Secret&&) = default;  // what the other one keeps is wiped when it goes
+    Secret(Secret&&) = default;  // the destructor wipes what is left in the other one
     Secret(const Secret&) = delete;
     Secret& operator=(const Secret&) = delete;
     Secret& operator=(Secret&&) = delete;

@@ -1,6 +1,6 @@
 #pragma once
 
-// How a session meets signals. Ctrl-C and Ctrl-\ never end it; they reach a running child, which
+// How a session handles signals. Ctrl-C and Ctrl-\ never end it; they reach a running child, which
 // has the default action. A hang-up and SIGTERM ask the session to end: whatever waits for the
 // keyboard returns, a running child is waited for, and then the session ends as it always does. A
 // hang-up is passed on to the child, so that nothing waits for long for a line that is gone.

@@ -1,5 +1,5 @@
 // What the C++ library calls when an exception is not caught. Its own version prints the type's
-// name, for which it brings a demangler: 47 KB, two fifths of the program.
+// name, and for that brings a demangler of 47 KB, two fifths of the program.
 
 #include <cstdlib>
 

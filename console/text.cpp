@@ -18,14 +18,11 @@ char* trim_blanks(char* text) {
     while (is_blank(*text)) {
         ++text;
     }
-    if (*text == '\0') {
-        return text;
+    char* end = text + std::strlen(text);
+    while (end > text && is_blank(end[-1])) {
+        --end;
     }
-    char* last = text + std::strlen(text) - 1;
-    while (last > text && is_blank(*last)) {
-        --last;
-    }
-    last[1] = '\0';
+    *end = '\0';
     return text;
 }
 
@@ -42,12 +39,15 @@ void print(std::string_view text) {
     std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
-// Past the stream, whose buffer would only be filled to be emptied: a long listing is thousands of
-// these.
+// Not through the stream: what is flushed at once needs no buffer.
 void print_now(std::string_view text) {
     std::fflush(stdout);
+    write_all(STDOUT_FILENO, text);
+}
+
+void write_all(int file, std::string_view text) {
     while (!text.empty()) {
-        const ssize_t count = write(STDOUT_FILENO, text.data(), text.size());
+        const ssize_t count = write(file, text.data(), text.size());
         if (count > 0) {
             text.remove_prefix(static_cast<std::size_t>(count));
         } else if (count == 0 || errno != EINTR) {

@@ -1,6 +1,6 @@
 #pragma once
 
-// Small helpers for text that is typed, printed or forgotten.
+// Small helpers for text that is typed or printed.
 
 #include <string>
 #include <string_view>
@@ -12,13 +12,15 @@ char* trim_blanks(char* text);
 /// "ERROR: " followed by the message.
 std::string make_error_message(const std::string& message);
 
-/// Says that a command was given up for want of memory. Returns -1, the result of a refused
-/// command.
+/// Says that a command was given up for lack of memory. Returns -1, the result of a refused command.
 int refuse_for_memory();
 
-/// Puts text on standard output, NUL bytes included. A failing terminal is nobody's business here:
-/// the session goes on until its input ends.
+/// Puts text on standard output, NUL bytes included. A terminal that fails is ignored: the session
+/// goes on until its input ends.
 void print(std::string_view text);
 
-/// The same, and on its way at once.
+/// The same, after all that was printed before, and flushed.
 void print_now(std::string_view text);
+
+/// Writes text to an open file. What cannot be written is lost.
+void write_all(int file, std::string_view text);

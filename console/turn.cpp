@@ -9,7 +9,7 @@
 
 namespace {
 
-// The folder of the files, which is always there and which everybody may read.
+// The folder of those files: it always exists, and everybody may read it.
 constexpr const char* SHARED_FOLDER = "/tmp";
 constexpr timespec PAUSE = {0, 20'000'000};  // 20 ms
 constexpr int MAX_PAUSES = 3000;

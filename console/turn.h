@@ -3,10 +3,10 @@
 // The back end and the sessions of a device exchange parts and settings through files with fixed
 // names. Sessions take turns at them.
 
-/// A session's turn, for as long as this object lives. Waits until no other session has its own;
-/// not for ever, since one of them may hang: after a minute the turn begins all the same, as it
-/// does where turns cannot be taken at all. The kernel ends the turn of a process that dies, once
-/// the client that it has started has ended.
+/// A session's turn, for as long as this object lives. Waits until no other session has one, but no
+/// longer than a minute, since one of them may hang: then the turn begins all the same, as it does
+/// where no lock can be had. When a process dies, its turn ends once the client that it has started
+/// has ended.
 class Turn {
   public:
     Turn();
