@@ -34,7 +34,7 @@ bool read_log_line(std::FILE* log, std::string& line) {
     return !at_end && line.size() <= MAX_LOG_LINE;
 }
 
-// The lines of a log, each with a line feed; nothing of one that memory does not hold. The log is
+// The lines of a log, each with a line feed; nothing when memory does not hold them. The log is
 // deleted: the next transfer writes it anew.
 std::string take_log(const char* path) {
     const File log(std::fopen(path, "r"));
@@ -54,8 +54,8 @@ std::string take_log(const char* path) {
     return text;
 }
 
-// Asks, transfers and returns the status of the command line. A dialogue that was called off, that
-// found no memory, or that a request to end the session cut short, transfers nothing.
+// Asks, transfers and returns the status of the command line. Nothing is transferred when the
+// dialogue was called off or found no memory, or a request to end the session came meanwhile.
 int transfer(const char* file_name, Direction direction) try {
     std::string command_line;
     if (!build_transfer_command(command_line, file_name, direction)) {

@@ -3,7 +3,7 @@
 #include <sys/time.h>
 
 #include <algorithm>
-#include <array>
+#include <charconv>
 #include <cstdio>
 #include <ctime>
 #include <optional>
@@ -25,8 +25,12 @@ constexpr std::string_view SCHEME = "ftp://";
 // What a double-quoted word of the command interpreter does not leave alone.
 constexpr std::string_view ACTIVE_CHARACTERS = "$`\"\\";
 
-// What an unquoted word of the command interpreter leaves alone, besides letters and digits.
-constexpr std::string_view SAFE_CHARACTERS = "@%+=:,./-_~";
+// What an unquoted word of the command interpreter leaves alone.
+constexpr std::string_view SAFE_CHARACTERS =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789@%+=:,./-_~";
+
+// What ends a command to an FTP server, or the text that a client puts into one.
+constexpr std::string_view LINE_ENDS("\r\n\0", 3);
 
 Secret ftp_address(const TransferParameters& parameters, const std::string& file_name,
                    Direction direction) {
@@ -53,38 +57,28 @@ Secret ftp_address(const TransferParameters& parameters, const std::string& file
     return address;
 }
 
-int hex_value(char digit) {
-    if (digit >= '0' && digit <= '9') {
-        return digit - '0';
-    }
-    const int lower = digit | 0x20;
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
-
-// What the percent sign at the front of text stands for; nothing when no two digits follow it.
+// The character that the escape at the front of text stands for; nothing when it is no escape.
 std::optional<char> decoded(std::string_view text) {
-    const int high = text.size() > 2 ? hex_value(text[1]) : -1;
-    const int low = text.size() > 2 ? hex_value(text[2]) : -1;
-    if (high < 0 || low < 0) {
+    if (text.size() < 3 || text.front() != '%') {
         return std::nullopt;
     }
-    return static_cast<char>(16 * high + low);
+    unsigned char value = 0;
+    const char* const end = text.data() + 3;
+    if (std::from_chars(text.data() + 1, end, value, 16).ptr != end) {
+        return std::nullopt;
+    }
+    return static_cast<char>(value);
 }
 
 Secret all_decoded(std::string_view text) {
     Secret result;
     while (!text.empty()) {
-        const std::optional<char> c = text.front() == '%' ? decoded(text) : std::nullopt;
+        const std::optional<char> c = decoded(text);
         const char next = c.value_or(text.front());
         result.append({&next, 1});
         text.remove_prefix(c ? 3 : 1);
     }
     return result;
-}
-
-// What ends a command to an FTP server, or the text that a client puts into one.
-bool is_line_end(char c) {
-    return c == '\r' || c == '\n' || c == '\0';
 }
 
 // Whether a client would send more than one line for something in the address. wput decodes an
@@ -94,17 +88,18 @@ bool has_line_end(std::string_view address) {
     const Secret twice = all_decoded(once.view());
     const auto texts = {address, once.view(), twice.view()};
     return std::any_of(texts.begin(), texts.end(), [](std::string_view text) {
-        return std::any_of(text.begin(), text.end(), is_line_end);
+        return text.find_first_of(LINE_ENDS) != std::string_view::npos;
     });
 }
 
 // The address with its line ends and escapes made harmless, for a transfer that is to fail: wput
 // refuses an address with half an escape, and for wget the file gets another name.
 Secret without_line_ends(std::string_view address, Direction direction) {
-    constexpr std::string_view PERCENT = "%2525";  // still an escape when it was decoded once
+    constexpr std::string_view PERCENT = "%2525";  // still an escape once it has been decoded
     Secret result;
     for (const char c : address) {
-        result.append(c == '%' || is_line_end(c) ? PERCENT : std::string_view(&c, 1));
+        const bool changes = c == '%' || LINE_ENDS.find(c) != std::string_view::npos;
+        result.append(changes ? PERCENT : std::string_view(&c, 1));
     }
     result.append(direction == Direction::BACKUP ? "%" : PERCENT);
     return result;
@@ -114,43 +109,39 @@ bool is_active(char c) {
     return ACTIVE_CHARACTERS.find(c) != std::string_view::npos;
 }
 
-void append_escape(Secret& text, std::string_view percent, char c) {
+// For text that wput passes on unchanged: active characters as escapes, which reach the FTP server
+// decoded.
+Secret escaped(std::string_view text) {
     constexpr std::string_view DIGITS = "0123456789ABCDEF";
-    const auto value = static_cast<unsigned char>(c);
-    text.append(percent).append(DIGITS.substr(value / 16, 1)).append(DIGITS.substr(value % 16, 1));
-}
-
-// For text that wput passes on as it stands: active characters as escapes, which the FTP server
-// gets decoded.
-void append_escaped(Secret& result, std::string_view text) {
+    Secret result;
     for (const char c : text) {
         if (is_active(c)) {
-            append_escape(result, "%", c);
+            const auto value = static_cast<unsigned char>(c);
+            result.append("%").append(DIGITS.substr(value / 16, 1));
+            result.append(DIGITS.substr(value % 16, 1));
         } else {
             result.append({&c, 1});
         }
     }
+    return result;
 }
 
-// For text that wput decodes before it passes it on: active characters as escapes of escapes. The
-// login or the server's name is then wrong, but nothing runs. A percent sign without two digits
-// is escaped too, since what a lenient decoder makes of it is anybody's guess.
-void append_escaped_twice(Secret& result, std::string_view text) {
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (is_active(text[i])) {
-            append_escape(result, "%25", text[i]);
-        } else if (text[i] == '%' && is_active(decoded(text.substr(i)).value_or('$'))) {
-            result.append("%25");
-        } else {
-            result.append(text.substr(i, 1));
-        }
+// For text that wput decodes before it passes it on: escapes of active characters are escaped once
+// more. The login or the server's name is then wrong, but nothing runs. A percent sign without two
+// digits is escaped too, since decoders differ in what they make of it.
+Secret escaped_twice(std::string_view text) {
+    const Secret once = escaped(text);
+    Secret result;
+    for (std::string_view rest = once.view(); !rest.empty(); rest.remove_prefix(1)) {
+        const bool is_harmful = rest.front() == '%' && is_active(decoded(rest).value_or('$'));
+        result.append(is_harmful ? "%25" : rest.substr(0, 1));
     }
+    return result;
 }
 
-// wput runs its input command through the command interpreter with parts of the address in double
-// quotes behind it: user, server and port decoded, the directory as it stands. The password is not
-// among them. wput cuts the address at its first slash, whoever typed it, so that counts here and
-// not the question that an answer belongs to.
+// wput runs its input command through the command interpreter, followed by parts of the address in
+// double quotes: user, server and port decoded, the directory unchanged. The password is not among
+// them. wput cuts the address at its first slash, whichever answer that belongs to.
 Secret disarmed(std::string_view address) {
     Secret result(SCHEME);
     address.remove_prefix(SCHEME.size());
@@ -158,24 +149,19 @@ Secret disarmed(std::string_view address) {
     const std::size_t at = authority.rfind('@');
     const std::size_t colon = authority.find(':');
     if (at != std::string_view::npos && colon < at) {
-        append_escaped_twice(result, authority.substr(0, colon));
+        result.append(escaped_twice(authority.substr(0, colon)).view());
         result.append(authority.substr(colon, at - colon));
-        append_escaped_twice(result, authority.substr(at));
+        result.append(escaped_twice(authority.substr(at)).view());
     } else {
-        append_escaped_twice(result, authority);
+        result.append(escaped_twice(authority).view());
     }
-    append_escaped(result, address.substr(authority.size()));
+    result.append(escaped(address.substr(authority.size())).view());
     return result;
 }
 
-bool is_safe(char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-           SAFE_CHARACTERS.find(c) != std::string_view::npos;
-}
-
-// One word for the command interpreter, as it stands when nothing in it needs quoting.
+// One word for the command interpreter: the word itself when nothing in it needs quoting.
 Secret quoted(std::string_view word) {
-    if (std::all_of(word.begin(), word.end(), is_safe)) {
+    if (word.find_first_not_of(SAFE_CHARACTERS) == std::string_view::npos) {
         return Secret(word);
     }
     Secret result("'");
@@ -211,14 +197,12 @@ int make_backup_file_name(char* buffer, std::size_t size) {
     if (gettimeofday(&now, nullptr) != 0) {
         return 0;
     }
-    const std::time_t seconds = now.tv_sec;
-    const std::tm* broken_down = std::localtime(&seconds);
-    if (broken_down == nullptr) {
+    const std::tm* local = std::localtime(&now.tv_sec);
+    if (local == nullptr) {
         return 0;
     }
-    const std::tm local = *broken_down;
-    std::snprintf(buffer, size, "config_%d-%d-%d_%02d%02d.bin", local.tm_year + 1900,
-                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min);
+    std::snprintf(buffer, size, "config_%d-%d-%d_%02d%02d.bin", local->tm_year + 1900,
+                  local->tm_mon + 1, local->tm_mday, local->tm_hour, local->tm_min);
     return 1;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// The transfer of the device's configuration to and from an FTP server, as far as it can be told
-// without running it: the file's name, the administrator's answers and the command line.
+// What a transfer of the device's configuration to or from an FTP server needs before it is run:
+// the file's name, the administrator's answers and the command line.
 
 #include <cstddef>
 #include <string>
@@ -22,12 +22,12 @@ struct TransferParameters {
     std::string path;      ///< of the file for a restore, of its directory for a backup
 };
 
-/// Writes a name such as "config_2025-3-7_0905.bin", after the local time, cut to size bytes
+/// Writes a name such as "config_2025-3-7_0905.bin", from the local time, cut to size bytes
 /// and NUL-terminated. Returns 1, or 0 with the buffer untouched when there is no clock.
 int make_backup_file_name(char* buffer, std::size_t size);
 
 /// Asks for the five answers. The end of input at a question is an empty answer. False when one was
-/// called off; what follows it is not asked.
+/// called off; the rest is then not asked.
 bool ask_transfer_parameters(TransferParameters& parameters, Direction direction);
 
 /// The command line for those answers. The file name is empty for a restore.
