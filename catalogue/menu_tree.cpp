@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* MENU_TREE_PATH = "/etc/menutree.conf";
 
-// Pages that lead through several parts and are no part themselves.
+// Wizards: they lead through several parts and are not parts themselves.
 constexpr std::array<std::string_view, 3> NEVER_OFFERED = {"lcrwizard", "isdnwizard",
                                                            "isdnsignaling"};
 
@@ -20,38 +20,28 @@ bool contains(const std::string& text, const char* part) {
     return text.find(part) != std::string::npos;
 }
 
-bool is_offered(const std::string& name) {
-    return std::find(NEVER_OFFERED.begin(), NEVER_OFFERED.end(), name) == NEVER_OFFERED.end();
-}
-
-// Leaves what stands between the first and the last double quote. A lone quote opens a text that
-// reaches to the end; a title without quotes is no caption.
-void unquote(std::string& title) {
+// The text between the first and the last double quote, up to its first NUL. A lone quote opens a
+// text that reaches to the end; a title without quotes is no caption.
+std::string unquoted(const std::string& title) {
     const std::size_t first = title.find('"');
     if (first == std::string::npos) {
-        title.clear();
-        return;
+        return "";
     }
     const std::size_t last = title.rfind('"');
-    if (last != first) {
-        title.resize(last);
-    }
-    title.erase(0, first + 1);
-    title.resize(std::min(title.find('\0'), title.size()));
+    return title.substr(first + 1, last > first ? last - first - 1 : title.size()).c_str();
 }
 
-// Of items of one name in one catalogue the first stays.
+// Of items with the same name in a catalogue the first wins.
 void add_menu_item(const MultiSectionConfigFile& menu) {
     const std::string acl = menu.GetSectionEntry("ACL");
     if (acl == ConfigBuffer::ENTRY_NOT_FOUND || !contains(acl, "auto")) {
         return;
     }
     const std::string name = menu_item_name(menu.GetHeaderEntry());
-    if (!is_offered(name)) {
+    if (std::find(NEVER_OFFERED.begin(), NEVER_OFFERED.end(), name) != NEVER_OFFERED.end()) {
         return;
     }
-    std::string caption = menu.GetSectionEntry("CAP");
-    unquote(caption);
+    std::string caption = unquoted(menu.GetSectionEntry("CAP"));
     if (caption.empty()) {
         caption = name;
     }

@@ -8,6 +8,6 @@
 /// tree they stay empty. Reports nothing.
 void load_menu_tree();
 
-/// The name of the part that a menu item opens: the item's header up to ".cgi" and behind its last
-/// slash. "/cgi-bin/voicemail.cgi" gives "voicemail".
+/// The name of the part that a menu item opens: its header up to ".cgi" and after the last slash.
+/// "/cgi-bin/voicemail.cgi" gives "voicemail".
 std::string menu_item_name(const std::string& header);

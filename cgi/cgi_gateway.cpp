@@ -15,19 +15,10 @@ struct PipeCloser {
     void operator()(std::FILE* pipe) const { pclose(pipe); }
 };
 
-// The request, in the shell's own environment for as long as this object lives.
+// The request's variables are in the shell's own environment for as long as this object lives.
 class CgiRequest {
   public:
-    CgiRequest(const std::string& cgi_name, const char* query) : CgiRequest(query != nullptr) {
-        set("REQUEST_METHOD", "GET");
-        set("PATH_INFO", cgi_name.c_str());
-        if (has_query_) {
-            set("QUERY_STRING", query);
-        }
-        set("REMOTE_ADDR", "CGI2FastCGI");
-        set("CONTENT_TYPE", "application/x-www-form-urlencoded");
-    }
-
+    explicit CgiRequest(bool has_query) : has_query_(has_query) {}
     ~CgiRequest() {
         unsetenv("REQUEST_METHOD");
         unsetenv("PATH_INFO");
@@ -40,23 +31,28 @@ class CgiRequest {
     CgiRequest(const CgiRequest&) = delete;
     CgiRequest& operator=(const CgiRequest&) = delete;
 
-  private:
-    explicit CgiRequest(bool has_query) : has_query_(has_query) {}
-
-    // Nobody knows what the back end makes of half a query; but half a logout may do.
-    void set(const char* name, const char* value) const {
-        if (setenv(name, value, 1) != 0 && has_query_) {
+    // Nobody knows what the back end makes of half a query, but half a logout may do.
+    void set(const char* variable, const char* value) const {
+        if (setenv(variable, value, 1) != 0 && has_query_) {
             throw std::bad_alloc();
         }
     }
 
+  private:
     bool has_query_;
 };
 
 }  // namespace
 
 int run_cgi_program(const std::string& cgi_name, const char* query, CgiConsumer consumer) {
-    const CgiRequest request(cgi_name, query);
+    const CgiRequest request(query != NO_QUERY);
+    request.set("REQUEST_METHOD", "GET");
+    request.set("PATH_INFO", cgi_name.c_str());
+    if (query != NO_QUERY) {
+        request.set("QUERY_STRING", query);
+    }
+    request.set("REMOTE_ADDR", "CGI2FastCGI");
+    request.set("CONTENT_TYPE", "application/x-www-form-urlencoded");
     const std::unique_ptr<std::FILE, PipeCloser> client(popen(CLIENT_COMMAND, "r"));
     if (client) {
         consumer(client.get());

@@ -17,7 +17,7 @@ int refuse(const char* reason) {
     return -1;
 }
 
-// A database that cannot be read knows no extension: a broken file must not end the session.
+// A database that cannot be read has no extensions: a broken file must not end the session.
 bool is_known_extension(const std::string& name) {
     try {
         return extension_exists(name) == 1;

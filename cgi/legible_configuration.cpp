@@ -26,9 +26,9 @@ std::string summary_query(const std::string& name, const std::string& extension)
            "&extensionName=" + extension;
 }
 
-// What follows the line that holds the version word; all of the piece when that line does not end
-// in it.
-std::string_view behind_version_line(std::string_view piece, std::size_t version) {
+// What follows the line that holds the version word, or all of the piece when that line does not
+// end within it.
+std::string_view after_version_line(std::string_view piece, std::size_t version) {
     const std::size_t line_feed = piece.find('\n', version);
     return line_feed == std::string_view::npos ? piece : piece.substr(line_feed + 1);
 }
@@ -49,7 +49,7 @@ void print_without_version(const char* path) {
         if (!version_passed) {
             const std::size_t version = piece.find(VERSION_WORD);
             if (version != std::string_view::npos) {
-                piece = behind_version_line(piece, version);
+                piece = after_version_line(piece, version);
                 version_passed = true;
             }
         }

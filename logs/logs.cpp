@@ -28,15 +28,6 @@ int refuse(const char* reason) {
     return -1;
 }
 
-const LogFileEntry* lookup_log(const char* name) {
-    for (const LogFileEntry* row = log_files; row->name != nullptr; ++row) {
-        if (std::strcmp(row->name, name) == 0) {
-            return row;
-        }
-    }
-    return nullptr;
-}
-
 }  // namespace
 
 int handle_log_ls(char* /*argument*/) noexcept {
@@ -51,13 +42,14 @@ int handle_show(char* argument) noexcept try {
     if (*trim_blanks(argument) == '\0') {
         return refuse("the syntax is: show log_type");
     }
-    const LogFileEntry* log = lookup_log(argument);
-    if (log == nullptr) {
-        return refuse("There is no such log file");
+    for (const LogFileEntry* row = log_files; row->name != nullptr; ++row) {
+        if (std::strcmp(row->name, argument) == 0) {
+            // Only the table's path reaches the command interpreter, never what was typed.
+            run_command(std::string("cat ") + row->path);
+            return 0;
+        }
     }
-    // Only the table's path reaches the command interpreter, never what was typed.
-    run_command(std::string("cat ") + log->path);
-    return 0;
+    return refuse("There is no such log file");
 } catch (const std::bad_alloc&) {
     return refuse_for_memory();
 }

@@ -24,8 +24,8 @@ struct Marker {
     const char* words;
 };
 
-// Applied one after the other. The marker of a global error begins like that of a setting's error,
-// so it has been rewritten when its turn comes; the back end's users know the result as it is.
+// Applied one after the other. #ERROR_GLOBAL begins with #ERROR and so never gets its own words;
+// the back end's users know the result as it is.
 constexpr std::array<Marker, 6> MARKERS = {{
     {"\\n", "\n"},
     {"#ERROR", "Error in "},
@@ -48,22 +48,17 @@ void write_line(std::FILE* file, const std::string& line) {
 
 }  // namespace
 
+// Built anew rather than in place, where each replacement would move all that follows.
 void replace_all(std::string& text, const char* from, const char* to, std::size_t start) {
-    std::size_t found = text.find(from, start);
-    if (found == std::string::npos) {
-        return;
-    }
-    // Built anew rather than in place, where each replacement would move all that follows.
     std::string result;
-    result.reserve(text.size());
     std::size_t copied = 0;
+    std::size_t found = text.find(from, start);
     while (found != std::string::npos) {
         result.append(text, copied, found - copied).append(to);
         copied = found + std::strlen(from);
         found = text.find(from, copied);
     }
-    result.append(text, copied, std::string::npos);
-    text.swap(result);
+    text = result.append(text, copied);
 }
 
 void rewrite_markers(std::string& text) {

@@ -1,7 +1,6 @@
 #include "session/login.h"
 
 #include <cstdlib>
-#include <memory>
 #include <optional>
 
 #include "config/config_buffer.h"
@@ -17,15 +16,6 @@ namespace {
 constexpr const char* ACCESS_DATABASE_PATH = "/tmp/acldb";
 constexpr int MAX_ATTEMPTS = 3;
 
-std::unique_ptr<Configuration::MultiSectionFile> open_access_database() {
-    try {
-        return std::make_unique<Configuration::MultiSectionFile>(
-            ACCESS_DATABASE_PATH, false, false, false, "section", "{\n", "}\n", "=", "#", nullptr);
-    } catch (...) {
-        return nullptr;
-    }
-}
-
 bool entry_equals(Configuration::MultiSectionFile& database, const char* key,
                   const std::string& expected) {
     if (database.GotoSecEntry(key) == 0) {
@@ -36,14 +26,17 @@ bool entry_equals(Configuration::MultiSectionFile& database, const char* key,
     return expected == value.data;
 }
 
+// Nobody can log in when the database cannot be read.
 bool credentials_match(const std::string& user, const std::string& password) {
-    const auto database = open_access_database();
-    if (!database) {
+    try {
+        Configuration::MultiSectionFile database(ACCESS_DATABASE_PATH, false, false, false,
+                                                 "section", "{\n", "}\n", "=", "#", nullptr);
+        database.Restart();
+        return database.GotoSection("admin") != 0 && entry_equals(database, "user_name", user) &&
+               entry_equals(database, "password", password);
+    } catch (...) {
         return false;
     }
-    database->Restart();
-    return database->GotoSection("admin") != 0 && entry_equals(*database, "user_name", user) &&
-           entry_equals(*database, "password", password);
 }
 
 // An answer that could not be read is a wrong one. Both questions are always asked, so that nobody

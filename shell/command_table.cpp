@@ -15,18 +15,11 @@ namespace {
 constexpr int NAMES_PER_LINE = 6;
 
 void print_command_names() {
-    int column = 0;
     for (const CommandEntry* row = commands; row->name != nullptr; ++row) {
-        if (column == NAMES_PER_LINE) {
-            std::printf("\n");
-            column = 0;
-        }
-        std::printf("%s\t", row->name);
-        ++column;
+        const bool starts_line = row != commands && (row - commands) % NAMES_PER_LINE == 0;
+        std::printf(starts_line ? "\n%s\t" : "%s\t", row->name);
     }
-    if (column != 0) {
-        std::printf("\n");
-    }
+    std::printf("\n");
 }
 
 int handle_help(char* argument) noexcept {

@@ -4,7 +4,7 @@
 #include "session/login.h"
 #include "shell/command_loop.h"
 
-// Arguments are ignored: as a login shell the program is started with whatever the caller fancies.
+// Arguments are ignored: whoever starts a login shell may pass any.
 int main() {
     prepare_streams();
     protect_line_editor();
