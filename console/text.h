@@ -12,7 +12,7 @@ char* trim_blanks(char* text);
 /// "ERROR: " followed by the message.
 std::string make_error_message(const std::string& message);
 
-/// Says that a command was given up for lack of memory. Returns -1, the result of a refused command.
+/// Says that there is no memory for a command. Returns -1, the result of a refused command.
 int refuse_for_memory();
 
 /// Puts text on standard output, NUL bytes included. A terminal that fails is ignored: the session
