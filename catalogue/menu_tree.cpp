@@ -28,7 +28,9 @@ std::string unquoted(const std::string& title) {
         return "";
     }
     const std::size_t last = title.rfind('"');
-    return title.substr(first + 1, last > first ? last - first - 1 : title.size()).c_str();
+    const std::size_t length = last > first ? last - first - 1 : title.size();
+    const std::string text = title.substr(first + 1, length);
+    return text.substr(0, text.find('\0'));
 }
 
 // Of items with the same name in a catalogue the first wins.

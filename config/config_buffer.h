@@ -13,7 +13,9 @@ struct ConfigBuffer {
 /// Storage for one key or value, always NUL-terminated. A longer text is cut to fit. The storage
 /// is wiped before it is released, since passwords pass through it.
 struct SmartBuffer {
-    SmartBuffer() : data(new char[4096]()), size(4096) {}
+    static constexpr unsigned CAPACITY = 4096;  // bytes; bounds stored names and passwords
+
+    SmartBuffer() = default;
     ~SmartBuffer() {
         explicit_bzero(data, size);
         delete[] data;
@@ -21,6 +23,6 @@ struct SmartBuffer {
     SmartBuffer(const SmartBuffer&) = delete;
     SmartBuffer& operator=(const SmartBuffer&) = delete;
 
-    char* const data;
-    const unsigned size;  ///< bytes, the terminating NUL included
+    char* const data = new char[CAPACITY]();
+    const unsigned size = CAPACITY;  ///< the terminating NUL included
 };
