@@ -25,12 +25,8 @@ constexpr std::string_view SCHEME = "ftp://";
 // What a double-quoted word of the command interpreter does not leave alone.
 constexpr std::string_view ACTIVE_CHARACTERS = "$`\"\\";
 
-// What an unquoted word of the command interpreter leaves alone.
-constexpr std::string_view SAFE_CHARACTERS =
-    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789@%+=:,./-_~";
-
-// What ends a command to an FTP server, or the text that a client puts into one.
-constexpr std::string_view LINE_ENDS("\r\n\0", 3);
+// What an unquoted word of the command interpreter leaves alone, besides letters and digits.
+constexpr std::string_view SAFE_CHARACTERS = "@%+=:,./-_~";
 
 Secret ftp_address(const TransferParameters& parameters, const std::string& file_name,
                    Direction direction) {
@@ -81,6 +77,11 @@ Secret all_decoded(std::string_view text) {
     return result;
 }
 
+// What ends a command to an FTP server, or the text that a client puts into one.
+bool is_line_end(char c) {
+    return c == '\r' || c == '\n' || c == '\0';
+}
+
 // Whether a client would send more than one line for something in the address. wput decodes an
 // address once, wget twice where the locale's characters are not UTF-8.
 bool has_line_end(std::string_view address) {
@@ -88,7 +89,7 @@ bool has_line_end(std::string_view address) {
     const Secret twice = all_decoded(once.view());
     const auto texts = {address, once.view(), twice.view()};
     return std::any_of(texts.begin(), texts.end(), [](std::string_view text) {
-        return text.find_first_of(LINE_ENDS) != std::string_view::npos;
+        return std::any_of(text.begin(), text.end(), is_line_end);
     });
 }
 
@@ -98,8 +99,7 @@ Secret without_line_ends(std::string_view address, Direction direction) {
     constexpr std::string_view PERCENT = "%2525";  // still an escape once it has been decoded
     Secret result;
     for (const char c : address) {
-        const bool changes = c == '%' || LINE_ENDS.find(c) != std::string_view::npos;
-        result.append(changes ? PERCENT : std::string_view(&c, 1));
+        result.append(c == '%' || is_line_end(c) ? PERCENT : std::string_view(&c, 1));
     }
     result.append(direction == Direction::BACKUP ? "%" : PERCENT);
     return result;
@@ -159,9 +159,14 @@ Secret disarmed(std::string_view address) {
     return result;
 }
 
+bool is_safe(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+           SAFE_CHARACTERS.find(c) != std::string_view::npos;
+}
+
 // One word for the command interpreter: the word itself when nothing in it needs quoting.
 Secret quoted(std::string_view word) {
-    if (word.find_first_not_of(SAFE_CHARACTERS) == std::string_view::npos) {
+    if (std::all_of(word.begin(), word.end(), is_safe)) {
         return Secret(word);
     }
     Secret result("'");
