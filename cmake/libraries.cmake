@@ -33,14 +33,21 @@ function(tessel_check result source)
 int main() { char line[256]; return readline(fgets(line, sizeof line, stdin)) != nullptr; }" ${result})
 endfunction()
 
-# A static Readline, and some shared ones, do not record which terminal library they need.
+# A static Readline, and some shared ones, do not record which terminal library they need. One that is
+# found may be useless: OpenWrt has an empty libtinfo.a beside its ncurses.
 tessel_check(TESSEL_READLINE_IS_ENOUGH "")
 if(NOT TESSEL_READLINE_IS_ENOUGH)
-  find_library(TERMINAL_LIBRARY NAMES tinfo tinfow ncursesw ncurses termcap)
-  if(TERMINAL_LIBRARY)
-    list(APPEND tessel_libraries ${TERMINAL_LIBRARY})
-  endif()
-  tessel_check(TESSEL_READLINE_LINKS "")
+  foreach(name tinfo tinfow ncursesw ncurses termcap)
+    find_library(TERMINAL_LIBRARY ${name})
+    if(TERMINAL_LIBRARY)
+      set(tessel_libraries ${READLINE_LIBRARY} ${TERMINAL_LIBRARY})
+      tessel_check(TESSEL_READLINE_LINKS "")
+      if(TESSEL_READLINE_LINKS)
+        break()
+      endif()
+    endif()
+    unset(TERMINAL_LIBRARY CACHE)
+  endforeach()
   if(NOT TESSEL_READLINE_LINKS)
     message(FATAL_ERROR "No program can be linked with ${tessel_libraries}: see "
                         "CMakeFiles/CMakeError.log in the build folder")
