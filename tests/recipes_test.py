@@ -2,8 +2,8 @@
 without floating point, and what they install.
 
 The builders themselves are not run. Their calls are made without a network, with no programs of the host
-except those named here, without the host's headers, and with read-only sources where the builder has a
-separate build folder.
+except those named here, without the host's headers, and for Yocto, which has a separate build folder, with
+read-only sources.
 """
 
 import hashlib
@@ -131,32 +131,40 @@ set(CMAKE_CXX_COMPILER {TOOLS}/{TRIPLET}-g++)
 
 
 def openwrt(folder, options):
-    """Without a toolchain file and without a sysroot; some flags come from the environment."""
+    """In the source folder, without a toolchain file and without a sysroot; some flags come from the
+    environment."""
     flags = "-Os -pipe -fno-caller-saves -Wp,-D_FORTIFY_SOURCE=1 -fstack-protector"
     link = f"-L{STAGING}/usr/lib -L{STAGING}/lib -znow -zrelro"
+    source = folder / "tessel"
+    shutil.copytree(SOURCE, source)
     output = build(
-        f"cmake -S {SOURCE} -B {folder}/build -GNinja -DCMAKE_SYSTEM_NAME=Linux"
-        " -DCMAKE_SYSTEM_VERSION=1 -DCMAKE_SYSTEM_PROCESSOR=arm -DCMAKE_BUILD_TYPE=Release"
-        " -DCMAKE_C_FLAGS_RELEASE=-DNDEBUG -DCMAKE_CXX_FLAGS_RELEASE=-DNDEBUG"
-        f" -DCMAKE_C_COMPILER={TOOLS}/{TRIPLET}-gcc -DCMAKE_CXX_COMPILER={TOOLS}/{TRIPLET}-g++"
+        f"cd {source}\n"
+        "cmake --no-warn-unused-cli -DCMAKE_SYSTEM_NAME=Linux -DCMAKE_SYSTEM_VERSION=1"
+        " -DCMAKE_SYSTEM_PROCESSOR=arm -DCMAKE_BUILD_TYPE=Release -DCMAKE_C_FLAGS_RELEASE=-DNDEBUG"
+        " -DCMAKE_CXX_FLAGS_RELEASE=-DNDEBUG -DCMAKE_C_COMPILER_LAUNCHER="
+        f" -DCMAKE_C_COMPILER={TOOLS}/{TRIPLET}-gcc -DCMAKE_CXX_COMPILER_LAUNCHER="
+        f" -DCMAKE_CXX_COMPILER={TOOLS}/{TRIPLET}-g++ -DCMAKE_ASM_COMPILER_LAUNCHER="
+        f" -DCMAKE_ASM_COMPILER={TOOLS}/{TRIPLET}-gcc '-DCMAKE_EXE_LINKER_FLAGS:STRING={link}'"
         f" -DCMAKE_AR={TOOLS}/{TRIPLET}-ar -DCMAKE_NM={TOOLS}/{TRIPLET}-nm"
-        f" -DCMAKE_RANLIB={TOOLS}/{TRIPLET}-ranlib '-DCMAKE_FIND_ROOT_PATH={STAGING}/usr'"
+        f" -DCMAKE_RANLIB={TOOLS}/{TRIPLET}-ranlib '-DCMAKE_FIND_ROOT_PATH={STAGING}/usr;{TOOLS}'"
         " -DCMAKE_FIND_ROOT_PATH_MODE_PROGRAM=NEVER -DCMAKE_FIND_ROOT_PATH_MODE_LIBRARY=ONLY"
-        f" -DCMAKE_FIND_ROOT_PATH_MODE_INCLUDE=ONLY '-DCMAKE_EXE_LINKER_FLAGS={link}'"
-        f" -DCMAKE_STRIP=: -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_PREFIX_PATH={STAGING}"
-        " -DCMAKE_SKIP_RPATH=TRUE -DCMAKE_EXPORT_PACKAGE_REGISTRY=FALSE"
-        f" -DCMAKE_EXPORT_NO_PACKAGE_REGISTRY=TRUE {options}\n"
-        f"ninja -C {folder}/build\nDESTDIR={folder}/target ninja -C {folder}/build install",
+        " -DCMAKE_FIND_ROOT_PATH_MODE_INCLUDE=ONLY -DCMAKE_STRIP=: -DCMAKE_INSTALL_PREFIX=/usr"
+        f" -DDL_LIBRARY={STAGING} -DCMAKE_PREFIX_PATH={STAGING} -DCMAKE_SKIP_RPATH=TRUE"
+        " -DCMAKE_EXPORT_PACKAGE_REGISTRY=FALSE -DCMAKE_EXPORT_NO_PACKAGE_REGISTRY=TRUE"
+        " -DCMAKE_FIND_USE_PACKAGE_REGISTRY=FALSE -DCMAKE_FIND_USE_SYSTEM_PACKAGE_REGISTRY=FALSE"
+        f" -DCMAKE_GENERATOR=Ninja '-DCMAKE_C_FLAGS={flags}' {options} {source}\n"
+        f"ninja -C {source}\nDESTDIR={folder}/target ninja -C {source} install",
         folder,
         CFLAGS=flags,
         CXXFLAGS=flags,
         LDFLAGS=link,
     )
-    return output, folder / "build"
+    return output, source
 
 
 def yocto(folder, options):
-    """The sysroot and the hardening are flags in a generated toolchain file."""
+    """The sysroot and the hardening are flags in a generated toolchain file, and programs are looked for
+    only in the builder's folder of tools."""
     toolchain = folder / "toolchain.cmake"
     maps = f"-fmacro-prefix-map={SOURCE}=/usr/src/debug -fdebug-prefix-map={SOURCE}=/usr/src/debug"
     flags = (
@@ -169,31 +177,41 @@ set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_C_COMPILER {TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER {TRIPLET}-g++)
-set(CMAKE_AR {TOOLS}/{TRIPLET}-ar CACHE FILEPATH "")
+set(CMAKE_C_COMPILER_LAUNCHER)
+set(CMAKE_CXX_COMPILER_LAUNCHER)
+set(CMAKE_ASM_COMPILER {TRIPLET}-gcc)
+find_program(CMAKE_AR {TRIPLET}-ar DOC "Archiver" REQUIRED)
+set(CMAKE_C_FLAGS "{flags}" CACHE STRING "")
 set(CMAKE_CXX_FLAGS "{flags}" CACHE STRING "")
 set(CMAKE_CXX_FLAGS_RELEASE "-DNDEBUG" CACHE STRING "")
-set(CMAKE_CXX_LINK_FLAGS "--sysroot={STAGING} -Wl,-O1 -Wl,--hash-style=gnu -Wl,-z,relro,-z,now"
+set(CMAKE_CXX_LINK_FLAGS "{flags} -Wl,-O1 -Wl,--hash-style=gnu -Wl,--as-needed -Wl,-z,relro,-z,now"
     CACHE STRING "")
-set(CMAKE_FIND_ROOT_PATH {STAGING})
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM BOTH)
+set(CMAKE_FIND_ROOT_PATH {STAGING} {TOOLS})
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(CMAKE_PROGRAM_PATH "/")
+set(CMAKE_INSTALL_RPATH)
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+set(CMAKE_LIBRARY_PATH /usr/lib /lib)
+list(APPEND CMAKE_CXX_IMPLICIT_INCLUDE_DIRECTORIES /usr/include)
 """)
     folders = {
         "BINDIR": "bin", "SBINDIR": "sbin", "LIBEXECDIR": "libexec", "SYSCONFDIR": "/etc",
         "SHAREDSTATEDIR": "../com", "LOCALSTATEDIR": "/var", "LIBDIR": "lib",
         "INCLUDEDIR": "include", "DATAROOTDIR": "share",
     }  # fmt: skip
+    (folder / "build").mkdir()
     installs = " ".join(f"-DCMAKE_INSTALL_{name}:PATH={value}" for name, value in folders.items())
     output = build(
-        f"cmake -G Ninja -DCMAKE_MAKE_PROGRAM=ninja -S {SOURCE} -B {folder}/build"
-        f" -DCMAKE_INSTALL_PREFIX:PATH=/usr {installs} -DCMAKE_INSTALL_SO_NO_EXE=0"
-        f" -DCMAKE_TOOLCHAIN_FILE:FILEPATH={toolchain} -DCMAKE_NO_SYSTEM_FROM_IMPORTED=1"
-        f" -DFETCHCONTENT_FULLY_DISCONNECTED=ON -Wno-dev {options}\n"
-        f"cmake --build {folder}/build\n"
+        f"cd {folder}/build\n"
+        f"cmake -G Ninja -DCMAKE_MAKE_PROGRAM=ninja {SOURCE}"
+        f" -DCMAKE_INSTALL_PREFIX:PATH=/usr {installs} -DPYTHON_EXECUTABLE:PATH=python3 -DLIB_SUFFIX="
+        f" -DCMAKE_INSTALL_SO_NO_EXE=0 -DCMAKE_TOOLCHAIN_FILE:FILEPATH={toolchain}"
+        " -DCMAKE_NO_SYSTEM_FROM_IMPORTED=1 -DCMAKE_EXPORT_NO_PACKAGE_REGISTRY=ON"
+        f" -DFETCHCONTENT_FULLY_DISCONNECTED=ON {options} -Wno-dev\n"
+        f"cmake --build {folder}/build --target all\n"
         f"DESTDIR={folder}/target cmake --build {folder}/build --target install",
         folder,
     )
@@ -279,17 +297,18 @@ def test_the_recipes_contain_the_archives_version_and_checksums(recipes):
     assert f"PKG_VERSION:={version}\n" in sums["openwrt"]
 
 
-@pytest.mark.parametrize("name", ["buildroot", "yocto"])
+@pytest.mark.parametrize("name", BUILDERS)
 def test_a_recipe_adds_the_shell_to_etc_shells_once(recipes, name, tmp_path):
     text = (WORK / BUILDERS[name][1]).read_text()
     pattern = {
         "buildroot": r"define TESSEL_ADD_TO_SHELLS\n(.*?)endef",
+        "openwrt": r"define Package/tessel/postinst\n(.*?)endef",
         "yocto": r"pkg_postinst:\$\{PN\} \(\) \{\n(.*?)\n\}",
     }[name]
     script = re.search(pattern, text, re.DOTALL).group(1).replace("\\\n", " ")
     for variable, value in {
-        "$(TARGET_DIR)": str(tmp_path), "$D": str(tmp_path), "${sysconfdir}": "/etc",
-        "${bindir}": "/usr/bin",
+        "$(TARGET_DIR)": str(tmp_path), "$${IPKG_INSTROOT}": str(tmp_path), "$D": str(tmp_path),
+        "${sysconfdir}": "/etc", "${bindir}": "/usr/bin",
     }.items():  # fmt: skip
         script = script.replace(variable, value)
     (tmp_path / "etc").mkdir()

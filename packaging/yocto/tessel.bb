@@ -14,7 +14,8 @@ inherit cmake
 PACKAGECONFIG ??= ""
 PACKAGECONFIG[static] = "-DTESSEL_STATIC=ON,-DTESSEL_STATIC_CXX=OFF,ncurses"
 
-RDEPENDS:${PN} = "ncurses-terminfo-base"
+# base-files brings /etc/shells.
+RDEPENDS:${PN} = "base-files ncurses-terminfo-base"
 RRECOMMENDS:${PN} = "wget"
 
 pkg_postinst:${PN} () {
