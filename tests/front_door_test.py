@@ -69,6 +69,18 @@ def test_tests_run_with_a_terminal_and_without_one():
     assert (status, "failed" in seen) == (0, False), seen
 
 
+def test_signals_that_were_ignored_reach_what_a_test_starts():
+    start = """import programs
+print(programs.run(["sh", "-c", "trap 'exit 7' QUIT; kill -s QUIT $$"]).returncode)"""
+    done = programs.run(
+        [sys.executable, "-B", "-c", start],
+        cwd=TESTS,
+        capture_output=True,
+        preexec_fn=lambda: signal.signal(signal.SIGQUIT, signal.SIG_IGN),
+    )
+    assert done.stdout == b"7\n"
+
+
 def test_programs_are_started_in_one_place():
     starts = re.compile(
         r"import.* (subprocess|pty)\b|pexpect\.(spawn|run)\("

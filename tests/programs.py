@@ -1,5 +1,5 @@
-"""The only place where the tests start programs: in a new session, and with no standard input by
-default, so that none reaches the terminal of whoever runs the tests."""
+"""The only place where the tests start programs: in a new session, with no standard input by default, so
+that none reaches the terminal of whoever runs the tests, and with the default action of every signal."""
 
 import os
 import signal
@@ -7,6 +7,11 @@ import subprocess
 from subprocess import DEVNULL, PIPE, STDOUT, CompletedProcess
 
 import pexpect
+
+# nohup and a shell's & ignore some of these, and a sh script cannot trap what it inherits ignored.
+for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM):
+    if signal.getsignal(number) is signal.SIG_IGN:
+        signal.signal(number, signal.SIG_DFL)
 
 __all__ = ["DEVNULL", "PIPE", "STDOUT", "on_terminal", "run", "start"]
 
