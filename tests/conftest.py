@@ -35,7 +35,10 @@ def pytest_collection_modifyitems(items):
             item.add_marker(pytest.mark.xdist_group(TOGETHER[item.path.name]))
         file = item.path.name
         reason = None
-        if file in MACHINE_ONLY:
+        target = item.get_closest_marker("target")
+        if target:
+            reason = None if TARGET in target.args else f"part of ./check --target {target.args[0]}"
+        elif file in MACHINE_ONLY:
             reason = None if ON_MACHINE else "needs an emulated machine: ./check --target armhf"
         elif TARGET and not GATEWAYS.intersection(item.fixturenames):
             reason = "runs nothing on the device"

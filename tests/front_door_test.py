@@ -226,8 +226,8 @@ def test_stage_shows_the_end_of_what_a_failed_build_has_said(tmp_path):
     "said, shown",
     [
         ("[12/345] Building CXX object", "12 of 345"),
-        ("  3/14 Test #7: build.plain ...   Passed", "3 of 14"),
-        (" 3/14 Test #7: build.plain ...***Failed", "3 of 14, 1 failed"),
+        ("  3/14 Test #7: lint.shell ...   Passed", "3 of 14"),
+        (" 3/14 Test #7: lint.shell ...***Failed", "3 of 14, 1 failed"),
         ("..F.sE..  [ 45%]", "8 tests, 45 %, 2 failed"),
         (r"..... [ 99%]\n.F\c", "7 tests, 99 %, 1 failed"),
     ],

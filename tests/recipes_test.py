@@ -16,21 +16,13 @@ from pathlib import Path
 import pytest
 
 import programs
-from console import PROGRAM_DIR, SOURCE_DIR
-from package_test import files_below, installed_files, project_version, run
+from console import SOURCE_DIR
+from package_test import BUILD, files_below, installed_files, project_version, run
 
 TRIPLET = "arm-linux-gnueabi"
-pytestmark = [
-    pytest.mark.skipif(
-        not (PROGRAM_DIR / "CMakeCache.txt").exists(), reason="the builds go next to a CMake build"
-    ),
-    pytest.mark.skipif(
-        not shutil.which(f"{TRIPLET}-g++"),
-        reason=f"there is no {TRIPLET}-g++: scripts/install_packages armel",
-    ),
-]
+pytestmark = pytest.mark.target("armel")
 
-WORK = PROGRAM_DIR / "recipes"
+WORK = BUILD / "recipes"
 SOURCE = WORK / "source"
 STAGING = WORK / "staging"
 TOOLS = WORK / "tools"
@@ -44,8 +36,8 @@ def fixture_recipes():
     """The recipes for a source archive, next to what a builder prepares: the unpacked sources, its
     tools, and Readline with its headers in a staging folder."""
     shutil.rmtree(WORK, ignore_errors=True)
-    run("cmake", "--build", PROGRAM_DIR, "--target", "package_source")
-    archive = PROGRAM_DIR / f"tessel-{project_version()}.tar.gz"
+    run("cmake", "--build", BUILD, "--target", "package_source")
+    archive = BUILD / f"tessel-{project_version()}.tar.gz"
     run(SOURCE_DIR / "packaging/make_recipes", archive, WORK)
     with tarfile.open(archive) as opened:
         opened.extractall(WORK)
@@ -58,8 +50,7 @@ def fixture_recipes():
 
 
 def make_staging():
-    sysroot = PROGRAM_DIR / "recipes-sysroot"
-    run(SOURCE_DIR / "scripts/make_sysroot", "armel", sysroot, "libreadline-dev")
+    sysroot = SOURCE_DIR / "build/sysroot-armel"
     libraries = STAGING / "usr/lib"
     libraries.mkdir(parents=True)
     for name in ("libreadline", "libtinfo"):
@@ -268,7 +259,7 @@ def test_what_a_builder_makes(recipes, name):
         assert not undefined & {"time", "stat", "localtime", "timer_settime", "gettimeofday"}
     for path in target.rglob("*"):
         if path.is_file():
-            assert str(PROGRAM_DIR).encode() not in path.read_bytes(), path
+            assert str(BUILD).encode() not in path.read_bytes(), path
             assert b"/usr/lib/gcc" not in path.read_bytes(), path
     again, _ = make(name, "shared", f"{name}-once-more")
     for path in files_below(target):
@@ -284,7 +275,7 @@ def test_one_static_file(recipes, name):
 
 def test_the_recipes_contain_the_archives_version_and_checksums(recipes):
     version = project_version()
-    archive = (PROGRAM_DIR / f"tessel-{version}.tar.gz").read_bytes()
+    archive = (BUILD / f"tessel-{version}.tar.gz").read_bytes()
     licence = (SOURCE_DIR / "COPYING").read_bytes()
     sums = {name: (WORK / BUILDERS[name][1]).read_text() for name in BUILDERS}
     sums["buildroot"] += (WORK / "buildroot/tessel.hash").read_text()
