@@ -14,8 +14,11 @@ from machine import MACHINE_ONLY, NOT_ON_TARGET, MachineDevice, MachineRoom
 GATEWAYS = {"bare_device", "device", "gateway", "sandbox"}
 
 
-# What takes longest, first; several processes then end at about the same time.
-LONG = ("model", "package", "recipes", "soak", "injection", "login_ways", "secrets", "signals")
+# The files that take longest run first, so that the worker processes finish at about the same time.
+LONG = (
+    "model", "package", "recipes", "login_ways", "keys", "turns", "soak", "builders", "injection", "ftp_answers",
+    "failing_allocations", "secrets", "signals",
+)  # fmt: skip
 # {file: group}. The tests of a group run in one process, since they share something that is expensive,
 # or that cannot be made twice at once.
 TOGETHER = {
