@@ -7,6 +7,7 @@ The allocations fail by a library that is preloaded into the program, see tools/
 """
 
 import shutil
+from collections import defaultdict
 from dataclasses import dataclass
 
 import pytest
@@ -255,21 +256,31 @@ def played(device, number):
     )
 
 
-def is_allowed(device, number, function):
+def ended_by_editor(result, errors):
+    usual = outcome()
+    return (
+        result.status == 2
+        and errors.endswith(b": out of virtual memory\n")
+        and usual.screen.startswith(result.screen)
+        and usual.requests.removesuffix(REQUESTS["exit"]).startswith(result.requests)
+        and usual.saved.startswith(result.saved)
+    )
+
+
+def judged(device, number, function):
+    """What has become of a session."""
     result = played(device, number)
-    if function in EDITOR and result.status == 2:
-        usual = outcome()
-        return (
-            note(device, number, "errors").endswith(b": out of virtual memory\n")
-            and usual.screen.startswith(result.screen)
-            and usual.requests.removesuffix(REQUESTS["exit"]).startswith(result.requests)
-            and usual.saved.startswith(result.saved)
-        )
-    return result in ALLOWED or result in lost(function)
+    if result in ALLOWED:
+        return "unnoticed or refused"
+    if result in lost(function):
+        return "lost"
+    if function in EDITOR and ended_by_editor(result, note(device, number, "errors")):
+        return "ended by the editor"
+    return "wrong"
 
 
 @pytest.mark.parametrize("part", range(PARTS))
-def test_allocation_fails(gateway, part):
+def test_allocation_fails(gateway, part, record_property):
     play(gateway, [0])
     assert played(gateway, 0) == outcome()
     name, count = note(gateway, 0, "record").split()
@@ -277,10 +288,11 @@ def test_allocation_fails(gateway, part):
     numbers = range(1 + part, int(count) + 1, PARTS)
     assert len(numbers) > 50
     play(gateway, numbers)
-    wrong = []
+    sessions = defaultdict(list)
     for number in numbers:
         function, met = note(gateway, number, "record").decode().split()[:2]
         assert int(met) == number, "the failure is not met"
-        if not is_allowed(gateway, number, function):
-            wrong.append((number, function, played(gateway, number)))
-    assert wrong == []
+        sessions[judged(gateway, number, function)].append((number, function))
+    assert [(*each, played(gateway, each[0])) for each in sessions["wrong"]] == []
+    counts = ", ".join(f"{len(found)} {what}" for what, found in sorted(sessions.items()) if found)
+    record_property(f"allocations, part {part + 1} of {PARTS}", counts)
