@@ -368,7 +368,7 @@ class Console:
         self._child.wait()
         return self._child.exitstatus, _without_crlf(self._child.before)
 
-    def tell(self, number):
+    def send_signal(self, number):
         """Sends a signal to the command."""
         self._child.kill(number)
 
@@ -402,7 +402,7 @@ class Console:
 
     def close(self):
         if END_SESSIONS and self._child.isalive():
-            self.tell(signal.SIGTERM)
+            self.send_signal(signal.SIGTERM)
             self._child.expect([pexpect.EOF, pexpect.TIMEOUT], timeout=PATIENCE / 2)
         if self._child.isalive():
             # The sandbox dies with the script that started it.

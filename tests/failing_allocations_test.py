@@ -1,9 +1,8 @@
-"""Whole sessions in each of which memory is refused once, from the first prompt on: at every allocation
-in turn, whoever asks for it. A command may be refused for it, but the session goes on and logs out
-once, and the settings that were typed are there for the next save. What is lost all the same is what
-`lost` tells.
+"""Whole sessions in which one memory allocation fails: in turn every allocation after the first prompt,
+by the program or a library. A command may be refused, but the session continues and logs out once, and
+the settings typed are there for the next save. `lost` lists the exceptions.
 
-The allocations fail by a library that is preloaded into the program, see tools/failing_allocations.cpp.
+A preloaded library, tools/failing_allocations.cpp, makes the allocations fail.
 """
 
 import shutil
@@ -17,7 +16,7 @@ from console import GREETING, PATIENCE, PROGRAM_DIR, PROMPT
 LIBRARY = PROGRAM_DIR / "tests" / "failing_allocations.so"
 PARTS = 4  # of all sessions, for as many tests
 
-# Names are long, so that no object that holds texts has room for them in itself.
+# The names are too long for a string object to hold them without an allocation.
 MENU_TREE = b"""
 ITEM telephony_over_the_network.cgi {
 ACL = auto
@@ -29,7 +28,7 @@ CAP = "Forwarding of incoming calls"
 }
 """
 EXTENSIONS = b"section extension {\n1=Reception desk upstairs\n}\n"
-# To the questions that are seen; the one for the password is asked elsewhere.
+# To the questions of the transfer that are in the output; the one for the password is not.
 ANSWERS = {
     b"Server: ": b"backup.server.of.the.company",
     b"Port: ": b"2121",
@@ -56,7 +55,7 @@ FAILED = {
 
 
 def dialogue(command, path, answered):
-    """A transfer up to its outcome, once so many questions have been answered."""
+    """Returns what a transfer shows, with its outcome after so many answered questions."""
     text = b"Starting configuration " + command + b"...\n"
     for question, answer in list(ANSWERS.items())[:answered]:
         text += PROMPT + question.replace(b"PATH", path) + answer + b"\n"
@@ -71,7 +70,7 @@ def restore(outcome, answered=len(ANSWERS)):
     return dialogue(b"restore", b"File path", answered) + outcome
 
 
-# step -> what is typed, what is seen. A save that is refused is made up for by the next.
+# {step: (what is typed, what is seen)}. A refused save is followed by another.
 STEPS = {
     "list": (
         b"list",
@@ -129,7 +128,7 @@ class Outcome:
 
 
 def outcome(seen=None, requests=None, saved=None):
-    """The session as ever, but for what these say of some of its steps."""
+    """Returns the usual outcome with these steps changed."""
     texts = {step: text for step, (_, text) in STEPS.items()} | (seen or {})
     lines = [line + b"\n" + texts[step] for step, (line, _) in STEPS.items()]
     settings = (SAVED | (saved or {})).values()
@@ -142,7 +141,7 @@ def outcome(seen=None, requests=None, saved=None):
 
 
 def refused():
-    """The sessions in which one command is refused, or one transfer fails."""
+    """Yields the outcomes in which one command is refused or one transfer fails."""
     for step, heading in {"get": GENERAL_HEADING, "get of an extension": EXTENSION_HEADING}.items():
         for seen in (REFUSED, heading + REFUSED):
             yield outcome({step: seen}, {step: b""})
@@ -163,8 +162,8 @@ def refused():
 
 
 def failed_transfers(transfer, failure):
-    """What has not been read as an answer is left for the prompt. A password is read byte by byte,
-    where there is no terminal whose other bytes could be thrown away."""
+    """Yields what a failed transfer shows. Answers not read are left for the prompt, and so is the rest
+    of a password, which is read byte by byte."""
     yield transfer(failure)
     lines = [*ANSWERS.values(), PASSWORD]
     for answered in range(len(lines)):
@@ -175,9 +174,9 @@ def failed_transfers(transfer, failure):
 
 
 def lost(function):
-    """The sessions in which more is lost when memory is refused to that function: as much as when it
-    fails for any other reason. A save program that could not be asked, or that found no file, has
-    had the settings all the same; a logout is tried once."""
+    """Yields the outcomes in which more is lost because that function fails: as much as when it fails
+    for another reason. A save uses up the settings even if its program does not run or finds no file,
+    and a logout is attempted only once."""
     if function == "popen":
         yield outcome({"get": GENERAL_HEADING}, {"get": b""})
         yield outcome({"get of an extension": EXTENSION_HEADING}, {"get of an extension": b""})
@@ -194,8 +193,8 @@ def lost(function):
 
 
 ALLOWED = {outcome(), *refused()}
-# The line editor's functions, which end the program by themselves, with status 2, when there is no
-# memory: they could not tell anybody. What was typed and not saved is lost, and nobody logs out.
+# Without memory the line editor's functions end the program with status 2: they have no way to report
+# the failure. Unsaved settings are lost, and there is no logout.
 EDITOR = ("readline", "add_history")
 
 
@@ -238,7 +237,7 @@ done
 
 
 def play(device, numbers):
-    """Plays the sessions in which the allocations of these numbers fail, one after another."""
+    """Plays a session for each of these numbers, in which the allocation of that number fails."""
     result = device.run(b"", "/bin/sessions", *map(str, numbers), patience=10 * PATIENCE)
     assert result.status == 0, result
 
@@ -291,7 +290,7 @@ def test_allocation_fails(gateway, part, record_property):
     sessions = defaultdict(list)
     for number in numbers:
         function, met = note(gateway, number, "record").decode().split()[:2]
-        assert int(met) == number, "the failure is not met"
+        assert int(met) == number, "the allocation did not fail"
         sessions[judged(gateway, number, function)].append((number, function))
     assert [(*each, played(gateway, each[0])) for each in sessions["wrong"]] == []
     counts = ", ".join(f"{len(found)} {what}" for what, found in sorted(sessions.items()) if found)

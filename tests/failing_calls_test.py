@@ -564,7 +564,7 @@ def test_lost_terminal_ends_the_session(gateway, number):
 def test_request_to_end_needs_no_timer_at_the_prompt(gateway, call):
     console = failing_console(gateway, call, "every", "EAGAIN")
     console.log_in()
-    console.tell(signal.SIGTERM)
+    console.send_signal(signal.SIGTERM)
     assert console.end()[0] == 0
     assert gateway.read(RECORD) == b"failed\n"
     assert requests(gateway) == [LOGOUT_REQUEST]

@@ -396,14 +396,14 @@ def test_a_late_hang_up_spares_a_logout_that_has_begun(gateway):
     assert gateway.file("/tmp/end").read_text() == "spared\n"
 
 
-@pytest.mark.parametrize("tell", [os.kill, os.killpg])
+@pytest.mark.parametrize("send", [os.kill, os.killpg])
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP])
-def test_a_signal_to_start_or_to_its_group_reaches_the_command_once(gateway, tell, number):
+def test_a_signal_to_start_or_to_its_group_reaches_the_command_once(gateway, send, number):
     terminal = gateway.on_terminal(
         f"count=0; trap 'count=$((count + 1)); echo told $count' {int(number)}; echo READY;"
         " until read -r line; do :; done; echo $count in all"
     )
-    tell(terminal.pid, number)
+    send(terminal.pid, number)
     terminal.expect_exact("told 1\r\n")
     terminal.sendline("")
     terminal.expect_exact("1 in all\r\n")

@@ -1,7 +1,6 @@
-"""Every short answer to every question of a transfer, made of the characters that mean something to
-a command interpreter, an address or a decoder. The interpreter takes each command line for exactly
-the words that are meant, and so it does with the line that wput makes of the address for its input
-command: nothing in it runs.
+"""Exhaustive: every short answer to every question of a transfer, made of characters that are special in
+a command interpreter, an address or a decoder. The interpreter splits each command line, and the line
+that wput makes of the address for its input command, into exactly the intended words: nothing else runs.
 
 Answers are up to two characters long; TESSEL_ANSWER_LENGTH=4 tries all up to four, 3.5 million.
 """
@@ -21,7 +20,7 @@ from injection_test import GOOD, PLACES, cases_that_ran, command_lines, make_ope
 LENGTH = int(os.environ.get("TESSEL_ANSWER_LENGTH") or 2)
 CHARACTERS = "'\"\\$`;&|>(*#~ \n%240a@:/."
 AT_ONCE = 20_000
-# The interpreters of Debian and of small devices, as far as they are installed.
+# The interpreters of Debian and of small devices; those installed are used.
 SHELLS = [["sh"], ["bash", "--posix", "-O", "failglob"], ["busybox", "sh"]]
 
 FILE = "config_2025-3-7_0905.bin"
@@ -41,7 +40,7 @@ WORDS_BEFORE = {
 ACTIVE = rb'[$`"\\]'
 ESCAPE = re.compile(rb"%([0-9a-fA-F]{2})")
 LINE_END = re.compile(rb"[\r\n\0]")
-# What is active once it is decoded, and percent signs of which decoders make different things.
+# Active characters, literal or encoded, and percent signs that decoders treat differently.
 HARMFUL = re.compile(ACTIVE + rb"|%(?=24|60|22|5[cC])|%(?![0-9a-fA-F]{2})")
 
 
@@ -80,7 +79,7 @@ def typed_address(direction, case):
 
 
 def disarmed(address):
-    """An address of which wput hands no active character to its interpreter."""
+    """Returns the address with active characters encoded so that wput's interpreter sees none."""
     authority, slash, path = address.removeprefix(b"ftp://").partition(b"/")
     login, at, server = authority.rpartition(b"@")
     user, colon, password = login.partition(b":")
@@ -90,7 +89,7 @@ def disarmed(address):
 
 
 def meant_address(direction, case):
-    """The address for the FTP client. One that would send a line of its own fails instead."""
+    """Returns the intended address for the FTP client: one with a line end is made to fail."""
     address = typed_address(direction, case)
     once = decoded(address)
     if any(map(LINE_END.search, (address, once, decoded(once)))):
@@ -100,9 +99,9 @@ def meant_address(direction, case):
 
 
 def words(shell, lines):
-    """The words that the interpreter makes of each line. Nothing can be found that would run."""
+    """Returns the words that the interpreter makes of each line. It finds no programs to run."""
     script = b"p() { printf '%s\\0' \"$@\" ''; }\n" + b"".join(b"p " + line + b"\n" for line in lines)
-    with tempfile.NamedTemporaryFile() as file:  # input would be read byte by byte
+    with tempfile.NamedTemporaryFile() as file:  # standard input would be read byte by byte
         file.write(script)
         file.flush()
         done = programs.run(
@@ -111,7 +110,7 @@ def words(shell, lines):
             timeout=20 * PATIENCE,
         )
     assert (done.returncode, done.stderr) == (0, b"")
-    # No word that is meant is empty but the last of a line, which p adds.
+    # The only empty word of a line is the last one, which p adds.
     return [line.split(b"\0") for line in done.stdout.split(b"\0\0")[:-1]]
 
 
@@ -120,7 +119,7 @@ def installed_shells():
 
 
 def quoted_tail(direction):
-    """The tail of a command line with its operators as words, and these words."""
+    """Returns the tail of a command line with its operators quoted, and its words."""
     tail = re.sub(rb"(\S*[>|&]\S*)", rb"'\1'", TAILS[direction])
     return tail, TAILS[direction].split()
 
@@ -132,7 +131,7 @@ def check(direction, cases):
     quoted, words_after = quoted_tail(direction)
     addresses = [meant_address(direction, case) for case in cases]
     expected = [[*WORDS_BEFORE[direction], address, *words_after] for address in addresses]
-    # What follows the address is constant, so that its operators need not be carried out.
+    # The text after the address is constant, so its operators need not be executed.
     parsed = [line[: -len(tail)] + quoted for line in lines]
     for shell in installed_shells():
         assert words(shell, parsed) == expected
@@ -141,7 +140,7 @@ def check(direction, cases):
 
 
 def input_command(address):
-    """The line for which wput starts the interpreter, and the words that it should have."""
+    """Returns the line that wput's interpreter runs, and the words that it should have."""
     authority, _, path = address.removeprefix(b"ftp://").partition(b"/")
     login, at, server = authority.rpartition(b"@")
     user = decoded(login.partition(b":")[0]) if at else b"anonymous"
@@ -156,7 +155,7 @@ def input_command(address):
 
 def check_input_commands(addresses):
     commands = [input_command(address) for address in dict.fromkeys(addresses)]
-    # An empty word would look like the end of a line.
+    # An empty word would look like the end of the line.
     lines = [line.replace(b'""', b"-") for line, _ in commands]
     expected = [[text or b"-" for text in texts] for _, texts in commands]
     for shell in installed_shells():
@@ -173,7 +172,7 @@ def test_interpreter_sees_the_words_that_are_meant(place, direction):
     assert count == sum(len(CHARACTERS) ** length for length in range(LENGTH + 1))
 
 
-# Answers with which wput gets as far as its input command.
+# Answers with which wput runs its input command.
 REACHING = (
     {"user": "X"},
     {"password": "X"},

@@ -1,10 +1,10 @@
-// A library to be preloaded into the program, in which one allocation of memory fails after the
-// login, whoever asks for it: the program, the C library or the line editor. The environment says
-// which, and is rid of it before the program sees it:
+// A library that, preloaded into the program, makes one memory allocation after the login fail,
+// whether by the program, the C library or the line editor. The environment says which; these
+// variables are removed before the program sees them:
 //
 //     FAIL_ALLOCATION=NUMBER  the one that fails, counted from 1 at the first prompt; 0 for none
 //     FAIL_RECORD=FILE        gets a line for the failed allocation, with the function below that
-//                             the program had called, or "other"; and one with how many there were
+//                             the program was calling, or "other"; and one with the total number
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -35,7 +35,7 @@ std::array<char, 256> record_path{};
 [[gnu::constructor]] void read_environment() {
     const char* number = std::getenv("FAIL_ALLOCATION");
     const char* record = std::getenv("FAIL_RECORD");
-    // Not the programs that start it.
+    // Not the programs that start the shell.
     if (number == nullptr || record == nullptr ||
         std::strcmp(program_invocation_short_name, "tessel") != 0) {
         return;
@@ -57,7 +57,7 @@ void record(const char* text, long number) {
     close(file);
 }
 
-// The function that the program has called, as long as one lives.
+// Sets the function that the program is calling, during the object's lifetime.
 class Call {
   public:
     explicit Call(const char* name) : before_(called) { called = name; }
