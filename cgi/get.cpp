@@ -40,8 +40,11 @@ int get_part(const std::string& name, const std::string& extension) {
         print("\n");
         return -1;
     }
-    const std::string& caption = part->second;
-    print_now("\n" + caption + (extension.empty() ? "" : " for extension " + extension) + "\n\n");
+    std::string heading = "\n" + part->second;
+    if (!extension.empty()) {
+        heading.append(" for extension ").append(extension);
+    }
+    print_now(heading.append("\n\n"));
     generate_legible_configuration(name, extension);
     return 0;
 }

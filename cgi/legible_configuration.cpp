@@ -18,12 +18,13 @@ constexpr std::string_view VERSION_WORD = "VERSION";
 constexpr std::size_t PIECE_SIZE = 255;  // bytes; no more of a configuration is held
 
 std::string summary_query(const std::string& name, const std::string& extension) {
-    const std::string query = std::string("cgiaction=") + SUMMARY_ACTION;
+    std::string query = "cgiaction=";
+    query.append(SUMMARY_ACTION);
     if (extension.empty()) {
-        return query + "&parampattern=" + name;
+        return query.append("&parampattern=").append(name);
     }
-    return query + "&cgiDescription=" + _gExtensionConfParts.at(name) +
-           "&extensionName=" + extension;
+    query.append("&cgiDescription=").append(_gExtensionConfParts.at(name));
+    return query.append("&extensionName=").append(extension);
 }
 
 // What follows the line that holds the version word, or all of the piece when that line does not

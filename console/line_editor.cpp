@@ -87,7 +87,7 @@ void prepare_terminal(int meta_flag) {
     leave_vi_mode();
     rl_variable_bind("enable-bracketed-paste", "off");
     for (const char* mark : PASTE_MARKS) {  // another program may have turned them on
-        rl_bind_keyseq_in_map(mark, do_nothing, emacs_standard_keymap);
+        rl_bind_keyseq(mark, do_nothing);
     }
     rl_prep_terminal(meta_flag);
     termios modes = {};
