@@ -85,12 +85,9 @@ bool is_line_end(char c) {
 // Whether a client would send more than one line for something in the address. wput decodes an
 // address once, wget twice where the locale's characters are not UTF-8.
 bool has_line_end(std::string_view address) {
-    const Secret once = all_decoded(address);
-    const Secret twice = all_decoded(once.view());
-    const auto texts = {address, once.view(), twice.view()};
-    return std::any_of(texts.begin(), texts.end(), [](std::string_view text) {
-        return std::any_of(text.begin(), text.end(), is_line_end);
-    });
+    const Secret decoded_twice = all_decoded(all_decoded(address).view());
+    const std::string_view text = decoded_twice.view();  // decoding keeps the line ends there are
+    return std::any_of(text.begin(), text.end(), is_line_end);
 }
 
 // The address with its line ends and escapes made harmless, for a transfer that is to fail: wput

@@ -15,8 +15,8 @@ constexpr const char* DEFAULT_DIRECTORY = "/etc/tarn-conf/";
 
 std::string database_path() {
     const char* directory = std::getenv(DIRECTORY_VARIABLE);
-    return std::string(directory != nullptr ? directory : DEFAULT_DIRECTORY) + "telephony/" +
-           "extensiondb";
+    return std::string(directory != nullptr ? directory : DEFAULT_DIRECTORY) +
+           "telephony/extensiondb";
 }
 
 bool lists_extension(Configuration::MultiSectionFile& database, const char* kind,

@@ -15,6 +15,7 @@ constexpr const char* SUMMARY_PROGRAM = "getconfsummary.cgi";
 constexpr const char* SUMMARY_ACTION = "Start generating a legible configuration file";
 constexpr const char* SUMMARY_PATH = "/tmp/script_legconftmp.txt";
 constexpr std::string_view VERSION_WORD = "VERSION";
+constexpr std::size_t NOWHERE = std::string_view::npos;
 constexpr std::size_t PIECE_SIZE = 255;  // bytes; no more of a configuration is held
 
 std::string summary_query(const std::string& name, const std::string& extension) {
@@ -31,7 +32,7 @@ std::string summary_query(const std::string& name, const std::string& extension)
 // end within it.
 std::string_view after_version_line(std::string_view piece, std::size_t version) {
     const std::size_t line_feed = piece.find('\n', version);
-    return line_feed == std::string_view::npos ? piece : piece.substr(line_feed + 1);
+    return line_feed == NOWHERE ? piece : piece.substr(line_feed + 1);
 }
 
 }  // namespace
@@ -47,16 +48,12 @@ void print_without_version(const char* path) {
         std::array<char, PIECE_SIZE + 1> buffer{};
         length = std::fread(buffer.data(), 1, PIECE_SIZE, summary.get());
         std::string_view piece = buffer.data();  // up to the first NUL
-        if (!version_passed) {
-            const std::size_t version = piece.find(VERSION_WORD);
-            if (version != std::string_view::npos) {
-                piece = after_version_line(piece, version);
-                version_passed = true;
-            }
+        const std::size_t version = version_passed ? NOWHERE : piece.find(VERSION_WORD);
+        if (version != NOWHERE) {
+            piece = after_version_line(piece, version);
+            version_passed = true;
         }
-        if (!piece.empty()) {
-            print_now(piece);
-        }
+        print_now(piece);
     }
 }
 

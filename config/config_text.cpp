@@ -88,15 +88,6 @@ std::size_t find_line(std::string_view text, std::string_view word, std::size_t 
     return NOWHERE;
 }
 
-// Steps over empty lines and then over a line that is the opening mark and nothing else.
-bool skip_opening(std::string_view& rest, const SectionSyntax& syntax, char comment) {
-    std::string_view line;
-    while (line.empty() && !rest.empty()) {
-        line = strip(take_line(rest, '\n'), comment);
-    }
-    return line == syntax.opening;
-}
-
 // True when the first line of rest opens a section; rest is then what follows the opening.
 bool open_section(std::string_view& rest, const SectionSyntax& syntax, char comment,
                   std::string_view& header) {
@@ -109,12 +100,15 @@ bool open_section(std::string_view& rest, const SectionSyntax& syntax, char comm
         return false;  // a longer word
     }
     if (ends_with(header, syntax.opening)) {
-        header.remove_suffix(syntax.opening.size());
-    } else if (!skip_opening(rest, syntax, comment)) {
-        return false;
+        header = trim(header.substr(0, header.size() - syntax.opening.size()));
+        return true;
     }
     header = trim(header);
-    return true;
+    std::string_view line;  // the next that is not empty
+    while (line.empty() && !rest.empty()) {
+        line = strip(take_line(rest, '\n'), comment);
+    }
+    return line == syntax.opening;
 }
 
 // Where the next section's opening begins, or NOWHERE. The section gets its header, and for its

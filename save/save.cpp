@@ -1,6 +1,5 @@
 #include "save/save.h"
 
-#include <array>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -19,21 +18,12 @@ constexpr const char* SAVE_FILE_PATH = "/tmp/consoleLCFile";
 constexpr const char* VERSION_FILE_PATH = "/etc/version.txt";
 constexpr const char* VERSION_ASSIGNMENT = "VERSION=";
 
-struct Marker {
-    const char* text;
-    const char* words;
-};
-
 // Applied one after the other. #ERROR_GLOBAL begins with #ERROR and so never gets its own words;
 // the back end's users know the result as it is.
-constexpr std::array<Marker, 6> MARKERS = {{
-    {"\\n", "\n"},
-    {"#ERROR", "Error in "},
-    {"#ERROR_GLOBAL", "Error: "},
-    {"#VAL", "="},
-    {"#MSG", ". "},
-    {"#END", ""},
-}};
+constexpr const char* MARKERS[][2] = {
+    {"\\n", "\n"}, {"#ERROR", "Error in "}, {"#ERROR_GLOBAL", "Error: "},
+    {"#VAL", "="}, {"#MSG", ". "},          {"#END", ""},
+};
 
 std::string firmware_version() {
     ConfigFile version_file(VERSION_FILE_PATH, false, false);
@@ -62,8 +52,8 @@ void replace_all(std::string& text, const char* from, const char* to, std::size_
 }
 
 void rewrite_markers(std::string& text) {
-    for (const Marker& marker : MARKERS) {
-        replace_all(text, marker.text, marker.words, 0);
+    for (const auto& [marker, words] : MARKERS) {
+        replace_all(text, marker, words, 0);
     }
 }
 

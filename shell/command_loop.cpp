@@ -15,22 +15,16 @@ namespace {
 constexpr std::size_t MAX_SETTING_LENGTH = 256;  // bytes
 constexpr std::size_t MAX_SETTINGS = 100;
 
-void queue_setting(const char* word) {
-    if (std::strlen(word) > MAX_SETTING_LENGTH) {
-        return;
+int queue_setting(const char* word) noexcept try {
+    if (std::strlen(word) <= MAX_SETTING_LENGTH) {
+        _gQueryString.emplace_back(word);
     }
-    _gQueryString.emplace_back(word);
     if (_gQueryString.size() > MAX_SETTINGS) {
         _gQueryString.pop_front();
     }
-}
-
-void handle_line(char* line) {
-    char* trimmed = trim_blanks(line);
-    if (*trimmed != '\0') {
-        remember_line(trimmed);
-        dispatch_line(trimmed);
-    }
+    return 0;
+} catch (const std::bad_alloc&) {
+    return refuse_for_memory();
 }
 
 }  // namespace
@@ -42,24 +36,25 @@ int dispatch_line(char* line) {
         *rest++ = '\0';
     }
     const CommandEntry* command = lookup_command(word);
-    if (command != nullptr) {
-        return command->handler(rest + std::strspn(rest, " \t"));
+    if (command == nullptr) {
+        return queue_setting(word);
     }
-    try {
-        queue_setting(word);
-        return 0;
-    } catch (const std::bad_alloc&) {
-        return refuse_for_memory();
-    }
+    return command->handler(rest + std::strspn(rest, " \t"));
 }
 
 int run_command_loop() {
     while (!_gDoExit) {
         const LineBuffer line = read_line(PROMPT);
-        if (line) {
-            handle_line(line.get());
-        } else if (!called_off()) {
+        if (!line) {
+            if (called_off()) {
+                continue;
+            }
             break;
+        }
+        char* text = trim_blanks(line.get());
+        if (*text != '\0') {
+            remember_line(text);
+            dispatch_line(text);
         }
     }
     return admin_logout();
