@@ -69,7 +69,7 @@ def test_tests_run_with_a_terminal_and_without_one():
     assert (status, "failed" in seen) == (0, False), seen
 
 
-def test_signals_that_were_ignored_reach_what_a_test_starts():
+def test_programs_of_a_test_do_not_inherit_ignored_signals():
     start = """import programs
 print(programs.run(["sh", "-c", "trap 'exit 7' QUIT; kill -s QUIT $$"]).returncode)"""
     done = programs.run(
@@ -134,7 +134,7 @@ def commands():
 
 @pytest.mark.parametrize("option", ["-h", "--help"])
 @pytest.mark.parametrize("name", commands())
-def test_every_command_explains_itself_and_starts_nothing(name, option, tmp_path):
+def test_help_option_prints_usage_and_starts_nothing(name, option, tmp_path):
     for program in ("cat", "dirname", "env", "python3", "sed", "sh"):
         (tmp_path / program).symlink_to(f"/usr/bin/{program}")
     done = programs.run(
@@ -178,10 +178,10 @@ def run_stage(folder, *command, title="[1/2] some tests", **options):
     )
 
 
-def test_stage_tells_of_every_failure_what_happened_and_how_to_run_it_again(tmp_path):
+def test_stage_reports_each_failure_with_its_transcript_and_how_to_repeat_it(tmp_path):
     (tmp_path / "some_test.py").write_text(SOME_TESTS)
     pytest_words = [sys.executable, "-m", "pytest", "-q", "-c", TESTS / "pytest.ini", "-p", "conftest"]
-    # It is nobody's worker.
+    # It must not believe that it is a worker of this test run.
     alone = {name: value for name, value in ENVIRONMENT.items() if "XDIST" not in name}
     done = run_stage(
         tmp_path,
@@ -211,7 +211,7 @@ def test_stage_tells_of_every_failure_what_happened_and_how_to_run_it_again(tmp_
     )
 
 
-def test_stage_shows_the_end_of_what_a_failed_build_has_said(tmp_path):
+def test_stage_shows_the_end_of_a_failed_builds_output(tmp_path):
     done = run_stage(tmp_path, "sh", "-c", "seq 1000; exit 3")
     assert done.returncode == 3
     lines = done.stdout.splitlines()
@@ -232,7 +232,7 @@ def test_stage_shows_the_end_of_what_a_failed_build_has_said(tmp_path):
         (r"..... [ 99%]\n.F\c", "7 tests, 99 %, 1 failed"),
     ],
 )
-def test_stage_moves_at_a_terminal(tmp_path, said, shown):
+def test_stage_updates_its_line_at_a_terminal(tmp_path, said, shown):
     words = ["[2/6] build", str(tmp_path / "2-build.log"), "sh", "-c", f"/bin/echo -e '{said}'; exec sleep 1000"]
     stage = programs.on_terminal(str(STAGE), words, timeout=PATIENCE, encoding="utf-8")
     stage.expect(r"\[2/6\] build  0:0\d  ")
@@ -245,7 +245,7 @@ def test_stage_moves_at_a_terminal(tmp_path, said, shown):
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP])
-def test_stage_ends_with_all_that_it_has_started(tmp_path, number):
+def test_stage_ends_with_everything_it_has_started(tmp_path, number):
     script = f"echo $$ >'{tmp_path}/process'; exec sleep 1000"
     with programs.start([STAGE, "a stage", tmp_path / "a.log", "sh", "-c", script]) as stage:
         wait_until((tmp_path / "process").exists)
@@ -263,7 +263,7 @@ def test_stage_keeps_its_command_from_the_terminal(tmp_path):
     assert (status, "intruder" in seen, "done in" in seen) == (0, False, True)
 
 
-def test_lint_looks_again_at_what_has_changed_or_had_findings(tmp_path):
+def test_lint_rechecks_files_that_changed_or_had_findings(tmp_path):
     tool = tmp_path / "clang-tidy-19"
     commands = tmp_path / "compile_commands.json"
 
@@ -349,7 +349,7 @@ def fixture_clone(tmp_path):
 
 
 @pytest.mark.parametrize("command", ["run", "check", "fuzz", "bench"])
-def test_a_clone_that_another_user_has_used_is_refused_and_not_touched(clone, command):
+def test_a_clone_used_by_another_user_is_refused_and_not_changed(clone, command):
     clone.stand_in("id", "echo 54321")
     before = clone.files()
     done = clone.run(command, text=True)
@@ -360,7 +360,7 @@ def test_a_clone_that_another_user_has_used_is_refused_and_not_touched(clone, co
     assert clone.files() == before
 
 
-def test_root_does_not_make_the_first_build_in_a_users_clone(clone):
+def test_root_is_refused_the_first_build_in_a_users_clone(clone):
     shutil.rmtree(clone.folder / "build")
     clone.stand_in("id", "echo 0")
     clone.stand_in("stat", "echo 1000")
@@ -406,7 +406,7 @@ def test_builds_made_in_another_place_are_rebuilt(clone):
 # ./run
 
 
-def test_a_copied_clone_runs_what_it_holds_itself(clone):
+def test_a_copied_clone_runs_its_own_program(clone):
     cache = clone.folder / "build/run/CMakeCache.txt"
     cache.write_text("CMAKE_CACHEFILE_DIR:INTERNAL=/original/build/run\n")
     done = clone.run("run", input=b"")
@@ -455,7 +455,7 @@ def test_greeting_says_how_to_leave_and_that_other_words_are_settings(clone):
         assert "The FTP server can be reached from the sandbox only" in shown.before
 
 
-def test_characters_beyond_ascii_are_shown_as_they_are_typed(clone):
+def test_non_ascii_characters_are_shown_as_typed(clone):
     shown = clone.at_terminal()
     with contextlib.closing(shown):
         for question, answer in (("Username: ", "admin"), ("Password: ", "gateway")):
@@ -466,7 +466,7 @@ def test_characters_beyond_ascii_are_shown_as_they_are_typed(clone):
         shown.expect_exact("sip.user_agent=na\u00efv")
 
 
-def test_a_second_run_says_that_one_is_running_before_any_greeting(clone):
+def test_a_second_run_is_refused_before_any_greeting(clone):
     first = clone.at_terminal()
     with contextlib.closing(first):
         first.expect_exact("Username: ")
@@ -480,7 +480,7 @@ def test_a_second_run_says_that_one_is_running_before_any_greeting(clone):
         )
 
 
-def test_a_second_device_says_that_one_is_running(clone):
+def test_a_second_device_is_refused(clone):
     lock = clone.folder / "build/device-files/lock"
     lock.parent.mkdir()
     with open(lock, "w", encoding="ascii"):

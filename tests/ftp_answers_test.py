@@ -1,5 +1,5 @@
-"""What the FTP clients make of the answers, as the tables of docs/integration.md have it. Clients and
-server are real; the server lets everybody in and logs every line."""
+"""The tables in docs/integration.md are right about what the FTP clients make of the answers. Clients and
+server are real; the server accepts any login and logs every line."""
 
 import re
 
@@ -13,7 +13,7 @@ TABLES = (SOURCE_DIR / "docs/integration.md").read_text().split("\n### What answ
 PRINTABLE = [chr(code) for code in range(32, 127)]
 PLACES = {"user": "user name", "password": "password", "path": "path"}
 CANNOT = {("backup", "user"): '$"\\`', ("restore", "path"): "*"}
-# The line that carries an answer to the server.
+# {(direction, question): the command that carries the answer to the server}
 VERBS = {
     ("backup", "path"): b"CWD ",
     ("restore", "path"): b"SIZE ",
@@ -25,7 +25,7 @@ VERBS = {
 
 
 def row(name):
-    """The cells of the row of that name, for backup and for restore."""
+    """Returns the cells of the row of that name: {"backup": text, "restore": text}."""
     cells = re.search(rf"(?m)^\| {re.escape(name)} \| (.*) \| (.*) \|$", TABLES).groups()
     return dict(zip(("backup", "restore"), cells))
 
@@ -35,8 +35,9 @@ def characters(cell):
 
 
 def arrived(device, direction, place, form):
-    """The characters that reach the server between two letters, typed in that form."""
-    # Within a path a slash is one, and not a character of a name.
+    """Returns the characters that reach the server when typed in that form between two letters, and
+    those that were tried."""
+    # In a path, a slash is a separator.
     tried = [c for c in PRINTABLE if (place, c) != ("path", "/")]
     cases = [{**GOOD, place: f"a{form(c)}b"} for c in tried]
     assert cases_that_ran(device, command_lines(direction, cases), cases) == []
@@ -61,7 +62,7 @@ def test_characters_that_can_be_encoded(device, direction, place):
 
 
 @pytest.mark.parametrize("place", ["path", "password"])
-def test_folder_or_password_with_what_an_interpreter_runs_can_be_used(device, place):
+def test_folder_or_password_with_shell_characters_can_be_used(device, place):
     cases = [{**GOOD, place: f"a{c}b"} for c in '$"\\`']
     cases_that_ran(device, command_lines("backup", cases), cases)
     sent = ftp_lines(device)
@@ -77,7 +78,7 @@ def test_characters_that_cannot_be_used_are_those_of_the_table():
 
 @pytest.fixture(name="transferred")
 def fixture_transferred(device):
-    """Does a transfer with some answers. Returns what was shown and the lines that were sent."""
+    """A function that does a transfer with these answers. It returns the output and the lines sent."""
     make_open_device(device)
     console = device.log_in()
 
@@ -104,7 +105,7 @@ def test_escape_is_decoded_once_for_a_restore_in_a_locale_of_utf_8(device):
 
 
 @pytest.mark.parametrize("answer", ["%", "%4", "%4x", "a%b%%z"])
-def test_percent_sign_that_begins_no_escape(transferred, answer):
+def test_percent_sign_that_does_not_begin_an_escape(transferred, answer):
     outcome, sent = transferred("backup", user=answer)
     assert outcome == BACKUP_FINISHED and b"USER " + answer.encode() in sent
     for place in ("password", "path"):
@@ -170,14 +171,14 @@ SHOWN = [{"port": "x"}, {"path": ".x"}, {"server": ""}, {"server": "::1"}] + [
 
 
 @pytest.mark.parametrize("answers", SHOWN, ids=str)
-def test_wget_shows_an_address_that_it_dislikes_with_the_password(transferred, answers):
+def test_wget_shows_an_invalid_address_with_the_password(transferred, answers):
     answers = {"password": "secret", **answers}
     outcome, sent = transferred("restore", **answers)
     assert answers["password"].encode() in outcome and outcome.endswith(RESTORE_FAILED)
     assert sent == []
 
 
-def test_at_sign_in_a_password_has_its_end_looked_up_for_a_restore(transferred):
+def test_at_sign_in_a_password_makes_a_restore_look_up_the_wrong_host(transferred):
     outcome, sent = transferred("restore", password="p@secret")
     assert b"unable to resolve host address 'secret@127.0.0.1'" in outcome and sent == []
     assert b"PASS p@secret" in transferred("backup", password="p@secret")[1]

@@ -37,14 +37,14 @@ USER, PASSWORD = b"root", b"change me"
 
 @pytest.fixture(name="guided")
 def fixture_guided(device):
-    """A device that was set up by the guide."""
+    """A device set up as the guide says."""
     files = blocks()
     del files["a session"]
     assert len(files) == 6
     for name, text in files.items():
         device.write(name, text.encode(), mode=0o755 if name == CLIENT else 0o644)
     if not ON_MACHINE:
-        # Debian's leads through /etc, which is not the host's there.
+        # Debian's is a link through /etc, which is the device's here.
         device.path("/bin/awk").symlink_to(os.path.realpath(shutil.which("awk")))
     return device
 
@@ -87,7 +87,7 @@ UNKNOWN = (
 
 
 @pytest.mark.parametrize("setting", UNKNOWN)
-def test_its_client_rejects_what_is_no_setting_and_changes_nothing(guided, setting):
+def test_its_client_rejects_an_invalid_setting_and_changes_nothing(guided, setting):
     before = guided.read(STORE)
     console = log_in(guided)
     assert console.command(b"lan.gateway=192.168.1.1") == b""
@@ -125,7 +125,7 @@ def test_its_client_keeps_a_value_as_it_was_typed(guided, value):
     assert guided.read(STORE) == before.replace(old, b"phone.11.name=" + value + b"\n")
 
 
-def test_its_client_takes_each_line_of_a_setting_for_itself(guided):
+def test_its_client_treats_each_line_of_a_setting_as_a_setting(guided):
     console = log_in(guided)
     console.enter(b"phone.11.name=x\x16\nphone.12.name=y\x16\nphone.13.name=z")
     console.read_until(PROMPT)
@@ -133,9 +133,9 @@ def test_its_client_takes_each_line_of_a_setting_for_itself(guided):
     assert b"phone.11.name=x\nphone.12.name=y\n" in guided.read(STORE)
 
 
-def test_its_client_leaves_the_keyboard_alone_and_outlives_a_hang_up(guided):
+def test_its_client_reads_no_input_and_survives_a_hang_up(guided):
     guided.write("/tmp/consoleLCFile", b"VERSION=1.0\nphone.11.name=x\n")
-    # In the midst of the request.
+    # During the request.
     guided.stand_in("mv", b'kill -HUP "$PPID"\nexec /usr/bin/mv "$@"\n')
     request = "PATH_INFO=putconf.cgi QUERY_STRING=localHiddenFilename=/tmp/consoleLCFile"
     result = guided.run(b"typed ahead\n", "/bin/sh", "-c", f"{request} {CLIENT} && cat")
@@ -143,7 +143,7 @@ def test_its_client_leaves_the_keyboard_alone_and_outlives_a_hang_up(guided):
     assert b"phone.11.name=x\n" in guided.read(STORE)
 
 
-# Back ends that exist
+# Existing FastCGI servers
 
 SERVED_BY_SHELL = b"""#!/bin/sh
 printf 'Content-Type: text/plain\\r\\n\\r\\n'
@@ -159,7 +159,7 @@ UNPACKED = SOURCE_DIR / "build/fcgiwrap"
 
 
 def fcgiwrap():
-    """The server, unpacked and not installed: an installed one would be started for this machine."""
+    """Returns the server, unpacked but not installed, because installing it would start it here."""
     run = {"capture_output": True, "text": True, "check": True}
     architecture = programs.run(["dpkg", "--print-architecture"], **run).stdout.strip()
     make = [SOURCE_DIR / "scripts/make_sysroot", architecture, UNPACKED, "fcgiwrap"]

@@ -12,7 +12,7 @@ PAGE = SOURCE_DIR / "docs/tessel.8"
 GUIDE = SOURCE_DIR / "docs/integration.md"
 PRODUCT_FOLDERS = ("shell", "console", "config", "catalogue", "session", "cgi", "save", "backup", "logs")
 
-# Texts in the code that are no message, no path and nothing that another program or file sees.
+# Texts in the code that are not messages or paths and that no other program or file sees.
 NOT_FOR_READERS = {
     "r",
     "w",  # how a file is opened
@@ -39,11 +39,11 @@ NOT_FOR_READERS = {
     "off",  # variables of the line editor
     "\\e[200~",
     "\\e[201~",
-    "~",  # what it is told to make nothing of
+    "~",  # not expanded
 }
 EMPTY = {"", "\n", "\n\n", " "}
 
-# One alternative matches a comment or a character, so that no quote in it opens a text.
+# The other alternatives match comments and characters, so that no quote in them begins a literal.
 TOKEN = re.compile(r"//[^\n]*|/\*.*?\*/|'(?:\\.|[^'\\])+'|\"((?:\\.|[^\"\\\n])*)\"", re.DOTALL)
 JOINT = re.compile(r"\"\s*\n\s*\"")
 ESCAPES = {"n": "\n", "t": "\t", "0": "\0", '"': '"', "\\": "\\", "'": "'"}
@@ -58,7 +58,7 @@ def product_sources():
 
 
 def texts_in(source):
-    """The string literals of a C++ source, without those that name headers."""
+    """Returns the string literals of a C++ source, without the names of headers."""
     code = JOINT.sub("", re.sub(r"(?m)^#.*$", "", source))
     for token in TOKEN.finditer(code):
         if token.group(1) is not None:
@@ -81,17 +81,17 @@ def fixture_pages():
     return squeeze(re.sub(".\b", "", shown) + GUIDE.read_text().replace("`", ""))
 
 
-def test_lint_has_nothing_to_say():
+def test_mandoc_reports_nothing():
     done = programs.run(
         ["mandoc", "-T", "lint", PAGE], capture_output=True, text=True, check=False
     )
-    # Which other pages this machine has says nothing about this one.
-    told = [
+    # It does not matter which other pages this machine has.
+    messages = [
         line
         for line in (done.stdout + done.stderr).splitlines()
         if "outdated mandoc.db" not in line and "referenced manual not found" not in line
     ]
-    assert told == []
+    assert messages == []
 
 
 @pytest.mark.parametrize("path", product_sources(), ids=lambda path: path.name)
@@ -106,13 +106,13 @@ def test_the_pages_have_every_fixed_text_of(path, pages):
     assert missing == []
 
 
-def test_texts_that_readers_need_not_know_are_those_of_the_code():
+def test_list_of_undocumented_texts_has_only_texts_of_the_code():
     texts = {text for path in product_sources() for text in texts_in(path.read_text())}
     assert NOT_FOR_READERS <= texts
     assert len(texts) > 100
 
 
-def test_the_page_has_no_message_and_no_path_of_its_own():
+def test_every_message_and_path_in_the_page_is_in_the_code():
     page = PAGE.read_text().replace("\\&", "")
     described = page.split(".Sh COMMANDS\n")[1].split("\n.Sh ")[0]
     messages = re.findall(r'(?m)^\.It Li "?([^"\n]+)"?$', described)
@@ -138,12 +138,12 @@ def test_the_page_describes_every_command():
 
 # The examples
 
-# What is typed at a question for a password does not show.
+# A prompt and what is typed there; a password is not shown.
 PASSWORD_QUESTION, FTP_PASSWORD_QUESTION = "Password:", "tessel:> Password:"
 QUESTION = re.compile(
     r"(Username:|Password:|tessel:> (?:Server|Port|Server path|File path|Username|Password):|tessel:>)(?: (.*))?"
 )
-# When a file was transferred, and how long it is.
+# Parts that vary: when a file was transferred, and its size.
 VARYING = re.compile(r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d (URL:.*?) \[\d+\]", re.MULTILINE)
 
 
