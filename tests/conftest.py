@@ -30,9 +30,10 @@ TOGETHER = {
 
 @pytest.hookimpl(tryfirst=True)  # xdist looks at the marks in its own
 def pytest_collection_modifyitems(items):
-    """Sorts the tests, and skips those that cannot run on the target, with the reason."""
-    ranks = {f"{name}_test.py": rank for rank, name in enumerate(LONG)}
-    items.sort(key=lambda item: ranks.get(item.path.name, len(ranks)))
+    """Sorts the tests of several processes, and skips those that cannot run on the target, with the reason."""
+    if "PYTEST_XDIST_WORKER" in os.environ:
+        ranks = {f"{name}_test.py": rank for rank, name in enumerate(LONG)}
+        items.sort(key=lambda item: ranks.get(item.path.name, len(ranks)))
     for item in items:
         if item.path.name in TOGETHER:
             item.add_marker(pytest.mark.xdist_group(TOGETHER[item.path.name]))
