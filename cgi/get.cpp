@@ -18,12 +18,10 @@ int refuse(const char* reason) {
 }
 
 // A database that cannot be read has no extensions: a broken file must not end the session.
-bool is_known_extension(const std::string& name) {
-    try {
-        return extension_exists(name) == 1;
-    } catch (const std::runtime_error&) {
-        return false;
-    }
+bool is_known_extension(const std::string& name) try {
+    return extension_exists(name) == 1;
+} catch (const std::runtime_error&) {
+    return false;
 }
 
 int get_part(const std::string& name, const std::string& extension) {

@@ -2,7 +2,6 @@
 include(CheckCXXSourceCompiles)
 # The checks below use the flags of the build.
 set(CMAKE_TRY_COMPILE_CONFIGURATION ${CMAKE_BUILD_TYPE})
-option(TESSEL_STATIC "Link fully static, for a system without the libraries" OFF)
 if(TESSEL_STATIC)
   set(CMAKE_FIND_LIBRARY_SUFFIXES .a)
   set(tessel_static -static)

@@ -31,7 +31,7 @@ void request_end(int /*signal*/) {
 }
 
 // The kernel tells only a session's first process of a lost terminal, which at the console is the
-// shell. Its children are in its process group; when it leads none, somebody else sees to them.
+// shell. Its children are in its process group, if it leads one; if not, the leader sees to them.
 void hang_up(int signal) {
     request_end(signal);
     if (hang_up_was_passed_on == 0 && getpgrp() == getpid()) {

@@ -27,16 +27,14 @@ bool entry_equals(Configuration::MultiSectionFile& database, const char* key,
 }
 
 // Nobody can log in when the database cannot be read.
-bool credentials_match(const std::string& user, const std::string& password) {
-    try {
-        Configuration::MultiSectionFile database(ACCESS_DATABASE_PATH, false, false, false,
-                                                 "section", "{\n", "}\n", "=", "#", nullptr);
-        database.Restart();
-        return database.GotoSection("admin") != 0 && entry_equals(database, "user_name", user) &&
-               entry_equals(database, "password", password);
-    } catch (...) {
-        return false;
-    }
+bool credentials_match(const std::string& user, const std::string& password) try {
+    Configuration::MultiSectionFile database(ACCESS_DATABASE_PATH, false, false, false, "section",
+                                             "{\n", "}\n", "=", "#", nullptr);
+    database.Restart();
+    return database.GotoSection("admin") != 0 && entry_equals(database, "user_name", user) &&
+           entry_equals(database, "password", password);
+} catch (...) {
+    return false;
 }
 
 // An answer that could not be read is a wrong one. Both questions are always asked, so that nobody
