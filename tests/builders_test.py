@@ -157,7 +157,7 @@ def test_readline_in_any_folder_and_custom_flags(tmp_path):
         f"-DCMAKE_PREFIX_PATH={copy_readline(WORK / 'readline')}",
         "-DCMAKE_CXX_STANDARD=20",
         "-DTESSEL_WERROR=ON",
-        CXXFLAGS="-O2 -g -D_FORTIFY_SOURCE=3 -fstack-protector-all",
+        CXXFLAGS="-O2 -D_FORTIFY_SOURCE=3 -fstack-protector-all",
         LDFLAGS="-Wl,-z,relro",
     )
     output += run("cmake", "--build", build)

@@ -191,6 +191,8 @@ def make_open_device(device):
 def cases_that_ran(device, lines, cases, locale="C"):
     """Runs the command lines on the device. Returns the cases in which an answer ran a command."""
     make_open_device(device)
+    # What is in the backup is of no interest here, and to make one takes longer than the rest.
+    device.stand_in("backupconfig", b"echo backup\n")
     device.write(RUNNER, (TOOLS / "run_command_lines").read_bytes(), mode=0o755)
     device.write(LINES, b"".join(line + b"\0" for line in lines))
     start = ("/usr/bin/env", f"LC_ALL={locale}", "/usr/bin/python3", RUNNER, LINES)
