@@ -2,10 +2,13 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/select.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <ctime>
+#include <initializer_list>
 
 namespace {
 
@@ -16,18 +19,24 @@ constexpr int MAX_PAUSES = 3000;
 
 }  // namespace
 
-// In pauses, because a wait for the lock itself would go on after a signal. The back end's client
-// inherits the lock: when its session is killed, the turn lasts until the client has ended, too.
-Turn::Turn() : folder_(open(SHARED_FOLDER, O_RDONLY | O_DIRECTORY)) {
-    for (int pauses = 0; pauses < MAX_PAUSES; ++pauses) {
-        if (flock(folder_, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) {
-            return;
-        }
-        if (nanosleep(&PAUSE, nullptr) != 0) {
-            called_off_ = true;
-            return;
-        }
+// In pauses, because a wait for the lock itself would go on after a signal. Signals are held back
+// between two pauses, so that none is lost. The back end's client inherits the lock: when its
+// session is killed, the turn lasts until the client has ended, too.
+Turn::Turn() {
+    sigset_t held_back = {};
+    sigset_t before = {};
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        sigaddset(&held_back, signal);
     }
+    sigprocmask(SIG_BLOCK, &held_back, &before);
+    folder_ = open(SHARED_FOLDER, O_RDONLY | O_DIRECTORY);
+    for (int pauses = 0; pauses < MAX_PAUSES && !called_off_; ++pauses) {
+        if (flock(folder_, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) {
+            break;
+        }
+        called_off_ = pselect(0, nullptr, nullptr, nullptr, &PAUSE, &before) != 0;
+    }
+    sigprocmask(SIG_SETMASK, &before, nullptr);
 }
 
 Turn::~Turn() {

@@ -19,6 +19,6 @@ class Turn {
     [[nodiscard]] bool called_off() const { return called_off_; }
 
   private:
-    int folder_;
+    int folder_ = -1;
     bool called_off_ = false;
 };

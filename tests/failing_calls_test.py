@@ -532,7 +532,7 @@ def test_call_fails(gateway, call, which, how):
 
 def test_session_continues_without_its_turn_when_another_one_hangs(gateway):
     with turn(gateway):
-        result = gateway.run(b"".join(TYPED.values()), *failing_shell("nanosleep", "every", "nothing"))
+        result = gateway.run(b"".join(TYPED.values()), *failing_shell("pselect", "every", "nothing"))
     assert gateway.read(RECORD).count(b"\n") > 1000, "there was no wait"
     check(gateway, result, UNCHANGED)
 

@@ -15,6 +15,7 @@
 #include <poll.h>
 #include <sys/auxv.h>
 #include <sys/file.h>
+#include <sys/select.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -383,11 +384,13 @@ int poll(pollfd* files, nfds_t count, int timeout) {
 
 // Signals and the clock
 
-int nanosleep(const timespec* pause, timespec* left) {
-    if (fails("nanosleep", __builtin_return_address(0))) {
+int pselect(int count, fd_set* reading, fd_set* writing, fd_set* other, const timespec* timeout,
+            const sigset_t* mask) {
+    if (fails("pselect", __builtin_return_address(0))) {
         return failing_error == NOTHING ? 0 : -1;  // nothing: no time passes
     }
-    return real<int(const timespec*, timespec*)>("nanosleep")(pause, left);
+    return real<int(int, fd_set*, fd_set*, fd_set*, const timespec*, const sigset_t*)>("pselect")(
+        count, reading, writing, other, timeout, mask);
 }
 
 int sigaction(int signal, const struct sigaction* action, struct sigaction* old) noexcept {
