@@ -40,7 +40,7 @@ def at_terminal(*command, **options):
         stdout=programs.PIPE,
         stderr=programs.STDOUT,
         text=True,
-        timeout=PATIENCE,
+        timeout=6 * PATIENCE,  # it may be a whole run of tests
         **options,
     )
     return done.returncode, done.stdout

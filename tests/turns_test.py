@@ -4,6 +4,7 @@ import contextlib
 import fcntl
 import os
 import signal
+from pathlib import Path
 
 import pytest
 
@@ -52,9 +53,15 @@ def turn(device):
 
 
 def wait_for_turn(device):
-    """Returns when the shell is waiting for its turn."""
+    """Returns when the shell is waiting for its turn: it has opened the folder and sleeps. A signal that
+    comes before would not end the wait."""
     process = shell_process(device)
-    wait_until(lambda: _open_files(process) & {os.stat(device.path("/tmp")).st_ino})
+    folder = os.stat(device.path("/tmp")).st_ino
+    wait_until(lambda: folder in _open_files(process) and _sleeps(process))
+
+
+def _sleeps(process):
+    return Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[0] == "S"
 
 
 def _open_files(process):
