@@ -71,7 +71,9 @@ class BareDevice:
     def add_terminal(self, name):
         entry = self.path(f"/usr/share/terminfo/{name[0]}/{name}")
         entry.parent.mkdir(parents=True)
-        shutil.copy(Path("/lib/terminfo", name[0], name), entry)
+        # Debian 13 has moved them.
+        places = (Path(place, name[0], name) for place in ("/lib/terminfo", "/usr/share/terminfo"))
+        shutil.copy(next(filter(Path.exists, places)), entry)
 
     def console(self, term="vt100", **options):
         """Returns the console of a shell just started. It shares the host's network."""
