@@ -41,6 +41,7 @@ void write_line(std::FILE* file, const std::string& line) {
 // Built anew rather than in place, where each replacement would move all that follows.
 void replace_all(std::string& text, const char* from, const char* to, std::size_t start) {
     std::string result;
+    result.reserve(text.size());
     std::size_t copied = 0;
     std::size_t found = text.find(from, start);
     while (found != std::string::npos) {
@@ -48,7 +49,8 @@ void replace_all(std::string& text, const char* from, const char* to, std::size_
         copied = found + std::strlen(from);
         found = text.find(from, copied);
     }
-    text = result.append(text, copied);
+    result.append(text, copied);
+    text.swap(result);
 }
 
 void rewrite_markers(std::string& text) {
