@@ -20,9 +20,9 @@ constexpr const char* BACKUP_LOG_PATH = "/tmp/auto-backup.log";
 constexpr const char* RESTORE_LOG_PATH = "/tmp/restorelog.txt";
 constexpr const char* BACKUP_SUCCESS_WORD = "FINISHED";
 constexpr std::size_t NAME_BUFFER_SIZE = 64;  // bytes
-constexpr std::size_t MAX_LOG_LINE = 1023;    // bytes; a longer line ends the reading
+constexpr std::size_t MAX_LOG_LINE = 1023;    // bytes; reading stops at a longer line
 
-// Reads a line without its line feed. False at the end and for a line that is too long.
+// Reads a line without its line feed. Returns false at the end or if the line is too long.
 bool read_log_line(std::FILE* log, std::string& line) {
     line.clear();
     int c = std::getc(log);
@@ -34,8 +34,8 @@ bool read_log_line(std::FILE* log, std::string& line) {
     return !at_end && line.size() <= MAX_LOG_LINE;
 }
 
-// The lines of a log, each with a line feed; nothing when memory does not hold them. The log is
-// deleted: the next transfer writes it anew.
+// Returns the lines of a log, each with a line feed, or nothing if memory runs out. Deletes the
+// log: the next transfer writes a new one.
 std::string take_log(const char* path) {
     const File log(std::fopen(path, "r"));
     if (!log) {
@@ -54,8 +54,8 @@ std::string take_log(const char* path) {
     return text;
 }
 
-// Asks, transfers and returns the status of the command line. Nothing is transferred when the
-// dialogue was called off or found no memory, or a request to end the session came meanwhile.
+// Asks, transfers and returns the status of the command line. Returns -1 without a transfer if the
+// dialogue is cancelled, memory runs out or the session is to end.
 int transfer(const char* file_name, Direction direction) try {
     std::string command_line;
     if (!build_transfer_command(command_line, file_name, direction)) {

@@ -1,10 +1,10 @@
 #pragma once
 
-// The configuration to an FTP server and back. Both commands ignore their argument, and neither
-// ends the session, whatever happens to the transfer.
+// Transfers the configuration to and from an FTP server. Both commands ignore their argument, and
+// no failure of a transfer ends the session.
 
-/// The backup command. Returns 1 when the clock cannot be read, else 0.
+/// The backup command. Returns 1 if the time cannot be read, otherwise 0.
 int handle_backup(char* argument) noexcept;
 
-/// The restore command; restarts the device when it succeeded. Returns 0.
+/// The restore command. Reboots the device after a successful restore. Returns 0.
 int handle_restore(char* argument) noexcept;

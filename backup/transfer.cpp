@@ -22,10 +22,10 @@ constexpr std::string_view BACKUP_TAIL = " > /tmp/auto-backup.log 2>&1";
 
 constexpr std::string_view SCHEME = "ftp://";
 
-// What a double-quoted word of the command interpreter does not leave alone.
+// Characters that stay special inside double quotes.
 constexpr std::string_view ACTIVE_CHARACTERS = "$`\"\\";
 
-// What an unquoted word of the command interpreter leaves alone, besides letters and digits.
+// Characters, besides letters and digits, that /bin/sh takes as they are without quotes.
 constexpr std::string_view SAFE_CHARACTERS = "@%+=:,./-_~";
 
 Secret ftp_address(const TransferParameters& parameters, const std::string& file_name,
@@ -53,7 +53,7 @@ Secret ftp_address(const TransferParameters& parameters, const std::string& file
     return address;
 }
 
-// The character that the escape at the front of text stands for; nothing when it is no escape.
+// Decodes the escape at the front of text. Returns nothing if there is none.
 std::optional<char> decoded(std::string_view text) {
     if (text.size() < 3 || text.front() != '%') {
         return std::nullopt;
@@ -77,23 +77,23 @@ Secret all_decoded(std::string_view text) {
     return result;
 }
 
-// What ends a command to an FTP server, or the text that a client puts into one.
+// Characters that end an FTP command, or the text that a client puts into one.
 bool is_line_end(char c) {
     return c == '\r' || c == '\n' || c == '\0';
 }
 
-// Whether a client would send more than one line for something in the address. wput decodes an
-// address once, wget twice where the locale's characters are not UTF-8.
+// Whether anything in the address would make a client send more than one line. wput decodes an
+// address once, wget twice if the locale is not UTF-8.
 bool has_line_end(std::string_view address) {
     const Secret decoded_twice = all_decoded(all_decoded(address).view());
-    const std::string_view text = decoded_twice.view();  // decoding keeps the line ends there are
+    const std::string_view text = decoded_twice.view();  // decoding keeps literal line ends
     return std::any_of(text.begin(), text.end(), is_line_end);
 }
 
-// The address with its line ends and escapes made harmless, for a transfer that is to fail: wput
-// refuses an address with half an escape, and for wget the file gets another name.
+// Defuses line ends and escapes, so that the transfer fails: wput refuses an address with an
+// incomplete escape, and wget asks for a file of another name.
 Secret without_line_ends(std::string_view address, Direction direction) {
-    constexpr std::string_view PERCENT = "%2525";  // still an escape once it has been decoded
+    constexpr std::string_view PERCENT = "%2525";  // still an escape after one decoding
     Secret result;
     for (const char c : address) {
         result.append(c == '%' || is_line_end(c) ? PERCENT : std::string_view(&c, 1));
@@ -106,7 +106,7 @@ bool is_active(char c) {
     return ACTIVE_CHARACTERS.find(c) != std::string_view::npos;
 }
 
-// For text that wput passes on unchanged: active characters as escapes, which reach the FTP server
+// For text that wput passes on unchanged: escapes active characters, which reach the FTP server
 // decoded.
 Secret escaped(std::string_view text) {
     constexpr std::string_view DIGITS = "0123456789ABCDEF";
@@ -123,9 +123,9 @@ Secret escaped(std::string_view text) {
     return result;
 }
 
-// For text that wput decodes before it passes it on: escapes of active characters are escaped once
-// more. The login or the server's name is then wrong, but nothing runs. A percent sign without two
-// digits is escaped too, since decoders differ in what they make of it.
+// For text that wput decodes before passing it on: also escapes the escapes of active characters.
+// The login or server name is then wrong, but nothing runs. A percent sign without two digits is
+// escaped too, since decoders differ on it.
 Secret escaped_twice(std::string_view text) {
     const Secret once = escaped(text);
     Secret result;
@@ -136,9 +136,9 @@ Secret escaped_twice(std::string_view text) {
     return result;
 }
 
-// wput runs its input command through the command interpreter, followed by parts of the address in
-// double quotes: user, server and port decoded, the directory unchanged. The password is not among
-// them. wput cuts the address at its first slash, whichever answer that belongs to.
+// wput runs its input command through /bin/sh, followed by parts of the address in double quotes:
+// user, server and port decoded, the directory unchanged, but no password. It splits the address at
+// the first slash, whichever answer that is in.
 Secret disarmed(std::string_view address) {
     Secret result(SCHEME);
     address.remove_prefix(SCHEME.size());
@@ -161,7 +161,7 @@ bool is_safe(char c) {
            SAFE_CHARACTERS.find(c) != std::string_view::npos;
 }
 
-// One word for the command interpreter: the word itself when nothing in it needs quoting.
+// Quotes a word for /bin/sh if anything in it needs quoting.
 Secret quoted(std::string_view word) {
     if (std::all_of(word.begin(), word.end(), is_safe)) {
         return Secret(word);
@@ -174,7 +174,7 @@ Secret quoted(std::string_view word) {
     return result;
 }
 
-// False when the question was called off.
+// Returns false if Ctrl-C cancels the question.
 bool ask(const char* prompt, std::string& answer) {
     answer = read_answer(prompt).value_or("");
     return !called_off();
@@ -226,7 +226,7 @@ std::string transfer_command(const TransferParameters& parameters, const std::st
     const std::string_view head = backup ? BACKUP_HEAD : RESTORE_HEAD;
     const std::string_view tail = backup ? BACKUP_TAIL : RESTORE_TAIL;
     std::string command_line;
-    // At once: growing would leave pieces of the password behind.
+    // Reserved at once: growing would leave pieces of the password in memory.
     command_line.reserve(head.size() + 1 + word.view().size() + tail.size());
     command_line.append(head).append(" ").append(word.view()).append(tail);
     return command_line;

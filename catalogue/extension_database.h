@@ -1,9 +1,9 @@
 #pragma once
 
-// The extensions that the device knows.
+// The extensions known to the device.
 
 #include <string>
 
-/// 1 when an extension of exactly that name is listed under one of the five kinds, else 0. The
-/// database is read anew at every call. Throws a runtime error when it cannot be read.
+/// Returns 1 if an extension of exactly that name is listed under one of the five kinds, otherwise
+/// 0. Re-reads the database on every call. Throws std::runtime_error if it cannot be read.
 int extension_exists(const std::string& name);

@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* MENU_TREE_PATH = "/etc/menutree.conf";
 
-// Wizards: they lead through several parts and are not parts themselves.
+// Wizards, which lead through several parts and are not parts themselves.
 constexpr std::array<std::string_view, 3> NEVER_OFFERED = {"lcrwizard", "isdnwizard",
                                                            "isdnsignaling"};
 
@@ -20,8 +20,8 @@ bool contains(const std::string& text, const char* part) {
     return text.find(part) != std::string::npos;
 }
 
-// The text between the first and the last double quote, up to its first NUL. A lone quote opens a
-// text that reaches to the end; a title without quotes is no caption.
+// Returns the text between the first and the last double quote, up to its first NUL: after a lone
+// quote, all that follows; without quotes, nothing.
 std::string unquoted(const std::string& title) {
     const std::size_t first = title.find('"');
     if (first == std::string::npos) {
@@ -33,7 +33,7 @@ std::string unquoted(const std::string& title) {
     return text.substr(0, text.find('\0'));
 }
 
-// Of items with the same name in a catalogue the first wins.
+// If items in a catalogue have the same name, the first wins.
 void add_menu_item(const MultiSectionConfigFile& menu) {
     const std::string acl = menu.GetSectionEntry("ACL");
     if (acl == ConfigBuffer::ENTRY_NOT_FOUND || !contains(acl, "auto")) {

@@ -4,10 +4,10 @@
 
 #include <string>
 
-/// Fills the two catalogues from the menu tree, once, before the login. Without a readable menu
-/// tree they stay empty. Reports nothing.
+/// Fills both catalogues from the menu tree. Call once, before the login. If the menu tree cannot
+/// be read, they stay empty; nothing is reported.
 void load_menu_tree();
 
-/// The name of the part that a menu item opens: its header up to ".cgi" and after the last slash.
-/// "/cgi-bin/voicemail.cgi" gives "voicemail".
+/// Returns the name of the part that a menu item opens: its header up to ".cgi" and after the last
+/// slash. "/cgi-bin/voicemail.cgi" gives "voicemail".
 std::string menu_item_name(const std::string& header);

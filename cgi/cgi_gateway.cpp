@@ -9,13 +9,13 @@ namespace {
 
 constexpr const char* CLIENT_COMMAND = "/bin/fcgiclient";
 constexpr std::size_t BUFFER_SIZE = 256;  // bytes
-constexpr int READ_LIMIT = 255;           // what fgets is allowed of it
+constexpr int READ_LIMIT = 255;           // the size passed to fgets
 
 struct PipeCloser {
     void operator()(std::FILE* pipe) const { pclose(pipe); }
 };
 
-// The request's variables are in the shell's own environment for as long as this object lives.
+// Keeps the request's variables in the shell's own environment while this object lives.
 class CgiRequest {
   public:
     explicit CgiRequest(bool has_query) : has_query_(has_query) {}
@@ -31,7 +31,7 @@ class CgiRequest {
     CgiRequest(const CgiRequest&) = delete;
     CgiRequest& operator=(const CgiRequest&) = delete;
 
-    // Nobody knows what the back end makes of half a query, but half a logout may do.
+    // An incomplete query must not reach the back end; an incomplete logout may still work.
     void set(const char* variable, const char* value) const {
         if (setenv(variable, value, 1) != 0 && has_query_) {
             throw std::bad_alloc();

@@ -17,7 +17,7 @@ int refuse(const char* reason) {
     return -1;
 }
 
-// A database that cannot be read has no extensions: a broken file must not end the session.
+// An unreadable database counts as empty: a broken file must not end the session.
 bool is_known_extension(const std::string& name) try {
     return extension_exists(name) == 1;
 } catch (const std::runtime_error&) {
@@ -56,7 +56,7 @@ int handle_get(char* argument) noexcept try {
         return -1;
     }
     std::string extension;
-    const std::size_t blank = name.find(' ');  // a tab separates nothing here
+    const std::size_t blank = name.find(' ');  // not a tab
     if (blank != std::string::npos) {
         extension = name.substr(blank + 1);
         name.resize(blank);

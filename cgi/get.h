@@ -1,5 +1,5 @@
 #pragma once
 
-/// The get command: prints one configuration part, "part" or "part extension", below a heading.
-/// Returns 0 when the text was generated, -1 after an error message.
+/// The get command: prints a configuration part below a heading. The argument is "part" or "part
+/// extension". Returns 0 once the back end has been asked, otherwise -1.
 int handle_get(char* argument) noexcept;

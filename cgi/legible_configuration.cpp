@@ -16,7 +16,7 @@ constexpr const char* SUMMARY_ACTION = "Start generating a legible configuration
 constexpr const char* SUMMARY_PATH = "/tmp/script_legconftmp.txt";
 constexpr std::string_view VERSION_WORD = "VERSION";
 constexpr std::size_t NOWHERE = std::string_view::npos;
-constexpr std::size_t PIECE_SIZE = 255;  // bytes; no more of a configuration is held
+constexpr std::size_t PIECE_SIZE = 255;  // bytes held in memory at a time
 
 std::string summary_query(const std::string& name, const std::string& extension) {
     std::string query = "cgiaction=";
@@ -28,8 +28,8 @@ std::string summary_query(const std::string& name, const std::string& extension)
     return query.append("&extensionName=").append(extension);
 }
 
-// What follows the line that holds the version word, or all of the piece when that line does not
-// end within it.
+// Returns what follows the line of the version word, or the whole piece if that line does not end
+// in it.
 std::string_view after_version_line(std::string_view piece, std::size_t version) {
     const std::size_t line_feed = piece.find('\n', version);
     return line_feed == NOWHERE ? piece : piece.substr(line_feed + 1);
@@ -44,7 +44,7 @@ void print_without_version(const char* path) {
     }
     bool version_passed = false;
     std::size_t length = PIECE_SIZE;
-    while (length == PIECE_SIZE) {  // a shorter read has met the end, or an error
+    while (length == PIECE_SIZE) {  // a shorter read means the end or an error
         std::array<char, PIECE_SIZE + 1> buffer{};
         length = std::fread(buffer.data(), 1, PIECE_SIZE, summary.get());
         std::string_view piece = buffer.data();  // up to the first NUL

@@ -1,17 +1,17 @@
 #pragma once
 
-// What the readers of configuration files hand to their callers.
+// What the readers of configuration files return to their callers.
 
 #include <cstring>
 #include <string_view>
 
-/// The marker for an entry that does not exist.
+/// Returned for an entry that does not exist.
 struct ConfigBuffer {
     static constexpr std::string_view ENTRY_NOT_FOUND = "ENTRY_NOT_FOUND";
 };
 
-/// Storage for one key or value, always NUL-terminated. A longer text is cut to fit. The storage
-/// is wiped before it is released, since passwords pass through it.
+/// Storage for a key or value, always NUL-terminated; longer text is truncated. Wiped before it is
+/// released, since passwords pass through it.
 struct SmartBuffer {
     static constexpr unsigned CAPACITY = 4096;  // bytes; bounds stored names and passwords
 

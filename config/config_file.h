@@ -9,14 +9,14 @@
 /// A missing or unreadable file has no entries.
 class ConfigFile {
   public:
-    /// The two options of the device's library; they change nothing for a reader.
+    /// Accepts the two options of the device's library; they do not affect reading.
     ConfigFile(const char* path, bool /*unused*/, bool /*unused*/);
 
-    /// Sets the characters between key and value, at the end of an entry and at the start of a
-    /// comment. The defaults are '=', a line feed and '#'.
+    /// Sets the characters that separate key and value, end an entry and start a comment. The
+    /// defaults are '=', a line feed and '#'.
     void ChangeSyntax(char assignment, char end, char comment);
 
-    /// The value of the first entry of that key, or ConfigBuffer::ENTRY_NOT_FOUND.
+    /// Returns the value of the first entry with that key, or ConfigBuffer::ENTRY_NOT_FOUND.
     [[nodiscard]] std::string GetEntry(const char* key) const;
 
   private:

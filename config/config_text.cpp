@@ -19,8 +19,8 @@ struct OpenFile {
     const int descriptor;
 };
 
-// Inlined, since it is called for every line's first and last characters: a call each makes the
-// look-up of an extension a fifth slower.
+// Runs on the first and last characters of every line: without inlining, looking up an extension
+// takes a fifth longer.
 [[gnu::always_inline]] inline bool is_blank(char c) {
     return c == ' ' || c == '\t' || c == '\r';
 }
@@ -50,7 +50,7 @@ std::string without_line_feed(std::string mark) {
     return mark;
 }
 
-// Reads to the end rather than to the size the file claims: it may be growing, or have no size.
+// Reads to the end, not to the size reported: the file may be growing or report none.
 int read_all(int file, std::string& text) {
     struct stat status = {};
     if (fstat(file, &status) != 0) {
@@ -59,7 +59,7 @@ int read_all(int file, std::string& text) {
     if (!S_ISREG(status.st_mode)) {
         return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
     }
-    // More than the size, so that the read that meets the end needs no more room.
+    // Spare room, so that the read that meets the end needs no more.
     text.resize(static_cast<std::size_t>(status.st_size) + SPARE_SIZE);
     std::size_t length = 0;
     ssize_t count = 0;
@@ -74,7 +74,7 @@ int read_all(int file, std::string& text) {
     return count < 0 ? errno : 0;
 }
 
-// Where word next begins a line, after blanks; NOWHERE when it does not.
+// Returns where word next begins a line, after blanks, or NOWHERE.
 std::size_t find_line(std::string_view text, std::string_view word, std::size_t from) {
     for (std::size_t at = text.find(word, from); at != NOWHERE; at = text.find(word, at + 1)) {
         std::size_t start = at;
@@ -88,7 +88,7 @@ std::size_t find_line(std::string_view text, std::string_view word, std::size_t 
     return NOWHERE;
 }
 
-// True when the first line of rest opens a section; rest is then what follows the opening.
+// Returns true if the first line of rest opens a section; rest is then what follows the opening.
 bool open_section(std::string_view& rest, const SectionSyntax& syntax, char comment,
                   std::string_view& header) {
     header = strip(take_line(rest, '\n'), comment);
@@ -97,22 +97,22 @@ bool open_section(std::string_view& rest, const SectionSyntax& syntax, char comm
     }
     header.remove_prefix(syntax.keyword.size());
     if (!header.empty() && !is_blank(header.front()) && !starts_with(header, syntax.opening)) {
-        return false;  // a longer word
+        return false;  // the keyword begins a longer word
     }
     if (ends_with(header, syntax.opening)) {
         header = trim(header.substr(0, header.size() - syntax.opening.size()));
         return true;
     }
     header = trim(header);
-    std::string_view line;  // the next that is not empty
+    std::string_view line;  // the next non-empty one
     while (line.empty() && !rest.empty()) {
         line = strip(take_line(rest, '\n'), comment);
     }
     return line == syntax.opening;
 }
 
-// Where the next section's opening begins, or NOWHERE. The section gets its header, and for its
-// body all that follows the opening.
+// Returns where the next section's opening begins, or NOWHERE. Sets the section's header, and its
+// body to all that follows the opening.
 std::size_t find_opening(std::string_view text, const SectionSyntax& syntax, char comment,
                          Section& section) {
     for (std::size_t at = find_line(text, syntax.keyword, 0); at != NOWHERE;
@@ -126,7 +126,7 @@ std::size_t find_opening(std::string_view text, const SectionSyntax& syntax, cha
     return NOWHERE;
 }
 
-// Where the first line begins that is the closing mark and nothing else, or NOWHERE.
+// Returns where the first line that is only the closing mark begins, or NOWHERE.
 std::size_t find_closing(std::string_view text, const SectionSyntax& syntax, char comment) {
     for (std::size_t at = find_line(text, syntax.closing, 0); at != NOWHERE;
          at = find_line(text, syntax.closing, at + 1)) {
@@ -138,7 +138,7 @@ std::size_t find_closing(std::string_view text, const SectionSyntax& syntax, cha
     return NOWHERE;
 }
 
-// Splits a stripped line at its first assignment character. False when it has none.
+// Splits a stripped line at its first assignment character. Returns false if it has none.
 bool split_entry(std::string_view line, char assignment, Entry& entry) {
     const std::size_t position = line.find(assignment);
     if (position == std::string_view::npos) {
@@ -160,7 +160,7 @@ SectionSyntax::SectionSyntax(const char* keyword_word, const char* opening_mark,
 
 int read_file(const char* path, std::string& text) {
     text.clear();
-    // Without O_NONBLOCK the opening of a pipe without a writer would hang.
+    // Without O_NONBLOCK, opening a pipe without a writer would hang.
     const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor < 0) {
         return errno;

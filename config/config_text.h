@@ -1,7 +1,7 @@
 #pragma once
 
-// The syntax that all configuration files share, in small pieces. Any bytes are accepted, and time
-// and memory grow linearly with the file.
+// Parses the syntax that all configuration files share. Any bytes are accepted, and time and memory
+// grow linearly with the file.
 //
 //   # a comment                      '#' at the start of a line,
 //   section admin {                  or after a blank outside double quotes
@@ -10,23 +10,23 @@
 //   }
 //
 // A blank is a space, a tab or a carriage return. Blanks around headers, keys and values are
-// dropped; double quotes stay. An opening mark may also stand alone on the next non-empty line. A
-// section that is still open when the next one starts, or at the end of the file, ends there.
+// dropped; double quotes are kept. An opening mark may also be alone on the next non-empty line. A
+// section that is still open at the next one or at the end of the file ends there.
 
 #include <string>
 #include <string_view>
 
 namespace config_text {
 
-/// The characters that give an entry its shape.
+/// The characters that delimit an entry.
 struct EntrySyntax {
     char assignment = '=';
     char end = '\n';
     char comment = '#';
 };
 
-/// The words that give a section its shape. The marks are kept without a closing line feed: the
-/// line that they end or fill is cut at line feeds anyway.
+/// The words that delimit a section. The marks are kept without a closing line feed, since lines
+/// are split at line feeds anyway.
 struct SectionSyntax {
     SectionSyntax(const char* keyword, const char* opening_mark, const char* closing_mark);
     std::string keyword;
@@ -44,24 +44,24 @@ struct Section {
     std::string_view body;
 };
 
-/// Reads a regular file whole. Returns 0, or the errno that tells why it could not be read (then
-/// text is empty). Anything but a regular file is refused: a pipe or a device might never end.
+/// Reads a whole regular file. Returns 0, or an errno value and an empty text. Refuses any other
+/// kind of file: a pipe or a device might never end.
 int read_file(const char* path, std::string& text);
 
-/// Cuts the next line off the front of rest, without its end character.
+/// Removes the next line from the front of rest and returns it without its end character.
 std::string_view take_line(std::string_view& rest, char end);
 
-/// The line without its comment and without the blanks around the rest.
+/// Returns the line without its comment and surrounding blanks.
 std::string_view strip(std::string_view line, char comment);
 
-/// Advances rest past the next entry. False when there is none left.
+/// Advances rest past the next entry. Returns false if none is left.
 bool next_entry(std::string_view& rest, const EntrySyntax& syntax, Entry& entry);
 
-/// The first entry of that key; false when there is none.
+/// Finds the first entry with that key. Returns false if there is none.
 bool find_entry(std::string_view text, std::string_view key, const EntrySyntax& syntax,
                 Entry& entry);
 
-/// Advances rest past the next section. False, and an empty section, when there is none left.
+/// Advances rest past the next section. Returns false, with an empty section, if none is left.
 bool next_section(std::string_view& rest, const SectionSyntax& syntax, char comment,
                   Section& section);
 

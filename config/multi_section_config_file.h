@@ -1,6 +1,6 @@
 #pragma once
 
-// Reads a file of sections with a cursor over the sections, such as the menu tree.
+// Reads a file of sections, such as the menu tree, with a cursor over the sections.
 
 #include <string>
 #include <string_view>
@@ -10,7 +10,7 @@
 /// A missing or unreadable file has no sections.
 class MultiSectionConfigFile {
   public:
-    /// The three options of the device's library; they change nothing for a reader.
+    /// Accepts the three options of the device's library; they do not affect reading.
     MultiSectionConfigFile(const char* path, bool /*unused*/, bool /*unused*/, bool /*unused*/);
 
     // The cursor points into the text.
@@ -23,13 +23,13 @@ class MultiSectionConfigFile {
     /// Moves the cursor before the first section.
     void Restart();
 
-    /// Moves the cursor to the next section. Returns 0 when there is none, else 1.
+    /// Moves the cursor to the next section. Returns 1, or 0 if there is none.
     int GotoNextSection();
 
-    /// What follows the keyword on the current section's opening line.
+    /// Returns what follows the keyword on the current section's opening line.
     [[nodiscard]] std::string GetHeaderEntry() const;
 
-    /// The value of the current section's first entry of that key, or
+    /// Returns the value of the current section's first entry with that key, or
     /// ConfigBuffer::ENTRY_NOT_FOUND.
     [[nodiscard]] std::string GetSectionEntry(const char* key) const;
 
@@ -37,6 +37,6 @@ class MultiSectionConfigFile {
     std::string text_;
     config_text::SectionSyntax sections_;
     config_text::EntrySyntax entries_;
-    std::string_view rest_;  // what the cursor has not passed
+    std::string_view rest_;  // the text after the cursor
     config_text::Section current_;
 };

@@ -7,5 +7,5 @@ struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
-/// An open file, or null; closed when it goes.
+/// An open file, or null; closed on destruction.
 using File = std::unique_ptr<std::FILE, FileCloser>;

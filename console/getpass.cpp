@@ -14,7 +14,7 @@
 namespace {
 
 // Where the question goes and the answer comes from: the controlling terminal, or standard error
-// and standard input. A terminal has no echo and no signal keys for as long as this object lives.
+// and standard input. While this object lives, the terminal has no echo and no signal keys.
 class Keyboard {
   public:
     Keyboard() : terminal_(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)) {
@@ -23,13 +23,13 @@ class Keyboard {
         }
         termios silent = before_;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ISIG);
-        // The interrupt key ends a line, so that it is read at once.
+        // The interrupt key ends a line, so it is read at once.
         silent.c_cc[VEOL] = before_.c_cc[VINTR];
         is_silent_ = tcsetattr(input(), TCSAFLUSH, &silent) == 0;
     }
     ~Keyboard() {
         if (is_silent_) {
-            // Half a password that nobody has read must not be seen by the next reader.
+            // The next reader must not see half a password that nobody has read.
             tcsetattr(input(), line_ended_ ? TCSADRAIN : TCSAFLUSH, &before_);
         }
         if (terminal_ >= 0) {
@@ -43,14 +43,14 @@ class Keyboard {
         write_all(terminal_ >= 0 ? terminal_ : STDERR_FILENO, text);
     }
 
-    // False, with errno set, when nothing can be read or the wait is called off. A byte at a time,
-    // since the rest of the input is somebody else's.
+    // Returns false with errno set on an error, the interrupt key or a request to end the session.
+    // Reads a byte at a time: the rest of the input belongs to later readers.
     bool read_line(Secret& line) {
         bool in_answer = true;
         char byte = '\0';
         ssize_t count = read_byte(byte);
         while (count == 1 && byte != '\n' && !is_interrupt_key(byte)) {
-            in_answer = in_answer && byte != '\0';  // what follows a NUL byte is no part of it
+            in_answer = in_answer && byte != '\0';  // nothing after a NUL byte counts
             if (in_answer) {
                 line.append({&byte, 1});
             }
@@ -58,7 +58,7 @@ class Keyboard {
         }
         line_ended_ = count == 1;
         if (line_ended_ && is_silent_) {
-            print("\n");  // that of the line was not echoed
+            print("\n");  // the line's own was not echoed
         }
         if (line_ended_ && byte != '\n') {
             errno = EINTR;
@@ -75,8 +75,8 @@ class Keyboard {
         return is_silent_ && key != _POSIX_VDISABLE && static_cast<cc_t>(c) == key;
     }
 
-    // Waits for a byte and reads it. Returns 0 at the end of input, -1 for an error or when the
-    // session is to end: unlike a read, poll never starts again by itself after a signal.
+    // Waits for a byte and reads it. Returns 0 at the end of input, -1 on an error or a request to
+    // end the session: poll, unlike read, is never restarted after a signal.
     ssize_t read_byte(char& byte) const {
         while (!end_requested()) {
             pollfd ready = {input(), POLLIN, 0};

@@ -18,18 +18,18 @@
 
 namespace {
 
-constexpr int NO_KEY = -100;  // nothing that rl_getc returns
+constexpr int NO_KEY = -100;  // never returned by rl_getc
 constexpr int EMACS_MODE = 1;
 constexpr int MIN_SCREEN_WIDTH = 4;
-// What a terminal may put around pasted text, as the editor spells keys.
+// Sent by some terminals around pasted text, in the editor's key notation.
 constexpr const char* PASTE_MARKS[] = {"\\e[200~", "\\e[201~"};
 
 bool input_is_terminal = false;
-int interrupt_key = NO_KEY;  // the terminal's, while the editor has the terminal
+int interrupt_key = NO_KEY;  // the terminal's; see prepare_terminal
 bool line_was_dropped = false;
 
-// The interrupt key arrives like any other: the editor's own handling of the signal keeps the line,
-// and would lose keys that were typed ahead.
+// The interrupt key is read like any other: the editor's own signal handling would keep the line
+// and lose keys typed ahead.
 int read_key(std::FILE* stream) {
     if (!line_was_dropped) {
         const int key = rl_getc(stream);
@@ -41,11 +41,11 @@ int read_key(std::FILE* stream) {
         rl_redisplay_function();
         rl_echo_signal_char(SIGINT);
     }
-    // Ends what waits for further keys, then the line.
+    // EOF ends a command that waits for more keys, READERR then ends the line.
     return RL_ISSTATE(RL_STATE_READCMD) != 0 ? READERR : EOF;
 }
 
-// Some commands of the vi mode never end on a line with broken characters.
+// Some vi-mode commands never end on a line with invalid characters.
 void leave_vi_mode() {
     if (rl_editing_mode != EMACS_MODE) {
         rl_variable_bind("editing-mode", "emacs");
@@ -62,17 +62,18 @@ void widen_screen() {
     }
 }
 
-// Called between any two commands of the editor.
+// Called between any two editor commands.
 void redisplay() {
-    // Lines of the history and the current line share their undo lists, and the editor may free one
-    // twice. So no list outlives the command that made it.
+    // History lines and the current line share undo lists, and the editor may free one twice. So no
+    // list outlives the command that made it.
     rl_free_undo_list();
     leave_vi_mode();
     widen_screen();
     rl_redisplay();
 }
 
-// On a terminal without echo the editor shows the first prompt only while this is its own function.
+// Not earlier: on a terminal without echo, the editor shows the first prompt only with its own
+// redisplay function.
 int start_editing() {
     rl_redisplay_function = redisplay;
     return 0;
@@ -82,7 +83,7 @@ int do_nothing(int /*count*/, int /*key*/) {
     return 0;
 }
 
-// Called each time the editor takes the terminal. Its start-up file may have been read since.
+// Called each time the editor takes the terminal: it may have read its start-up file since.
 void prepare_terminal(int meta_flag) {
     leave_vi_mode();
     rl_variable_bind("enable-bracketed-paste", "off");
@@ -98,15 +99,15 @@ void prepare_terminal(int meta_flag) {
     }
 }
 
-// Instead of the home folder that the system has for an account.
+// Keeps ~name as typed: its expansion would tell whether the account exists.
 char* keep_tilde(char* name) {
     return strdup(("~" + std::string(name)).c_str());
 }
 
 void show_nothing() {}
 
-// True when the session is to end. A terminal that hangs up makes the editor return what was typed
-// so far, and half a command must not run; the kernel need not have told this process of it.
+// When a terminal hangs up, the editor returns what was typed so far, and half a command must not
+// run. The kernel may not have signalled this process.
 bool session_is_over() {
     if (input_is_terminal && isatty(STDIN_FILENO) == 0 && !end_requested()) {
         std::raise(SIGHUP);
@@ -129,7 +130,7 @@ void protect_line_editor() {
 }
 
 void init_line_editor() {
-    // Forgets keyboard macros, which may hold what was typed before the login.
+    // Discards keyboard macros, which may hold what was typed before the login.
     rl_redisplay_function = show_nothing;
     rl_free_line_state();
     tilde_expansion_preexpansion_hook = nullptr;

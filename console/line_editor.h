@@ -1,6 +1,6 @@
 #pragma once
 
-// Input from the keyboard. Nothing else uses the line editor.
+// Keyboard input. Nothing else uses the line editor.
 
 #include <cstdlib>
 #include <memory>
@@ -13,38 +13,38 @@ struct FreeDeleter {
     void operator()(char* text) const { std::free(text); }  // NOLINT(*-no-malloc)
 };
 
-/// A line as the editor returned it, released with free.
+/// A line returned by the editor, released with free.
 using LineBuffer = std::unique_ptr<char, FreeDeleter>;
 
-/// The shell's prompt, and how each question of a dialogue begins.
+/// The shell's prompt. Each question of backup and restore begins with it.
 constexpr const char* PROMPT = "tessel:> ";
 
-/// Makes standard output fully buffered, so that a flush is one write on a terminal too.
+/// Makes standard output fully buffered, so that a flush is a single write even on a terminal.
 void prepare_streams();
 
-/// Keeps keys from doing harm: pasted text counts as typed, no key ends the session through a bug
-/// of the editor, and before the login none reveals accounts. To be called before anything is read.
+/// Makes keys harmless: pasted text counts as typed, no editor bug lets a key end the session, and
+/// no key reveals accounts before the login. Call before reading any input.
 void protect_line_editor();
 
-/// Names the application to the editor and installs tessel_completion. To be called after the
-/// login, which runs with the editor's defaults.
+/// Names the application to the editor and installs tessel_completion. Call after the login, which
+/// runs with the editor's defaults.
 void init_line_editor();
 
-/// Asks for a line. Null at the end of input, after a request to end the session, when the terminal
-/// was lost in the middle of a line, and when the question was called off.
+/// Prompts for a line. Returns null at the end of input, on Ctrl-C, on a request to end the
+/// session, and if the terminal is lost in mid-line.
 LineBuffer read_line(const char* prompt);
 
-/// The same for one answer of a dialogue, exactly as typed.
+/// The same for an answer in a dialogue, exactly as typed.
 std::optional<std::string> read_answer(const char* prompt);
 
-/// Asks for a secret without echo. Nothing when it cannot be read, the session is to end or the
-/// question was called off. No other copy is kept.
+/// Prompts for a secret without echo. Returns nothing on Ctrl-C, on a request to end the session,
+/// and if nothing can be read. Keeps no other copy.
 std::optional<Secret> read_password(const char* prompt);
 
-/// Whether Ctrl-C ended the last of these questions. The cursor is then on a new line.
+/// Whether Ctrl-C ended the last question. The cursor is then on a new line.
 bool called_off();
 
-/// Keeps a line for the arrow keys, for this session only.
+/// Adds a line to the history, which lasts for this session only.
 void remember_line(const char* line);
 
 /// Called on Tab. Offers nothing, so that the editor completes file names.

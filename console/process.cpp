@@ -5,5 +5,5 @@
 
 int run_command(const std::string& command_line) {
     std::fflush(stdout);
-    return std::system(command_line.c_str());  // NOLINT(cert-env33-c): the device's way
+    return std::system(command_line.c_str());  // NOLINT(cert-env33-c): pipelines need /bin/sh
 }

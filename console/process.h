@@ -1,9 +1,9 @@
 #pragma once
 
-// Commands for the system's command interpreter.
+// Runs commands with /bin/sh.
 
 #include <string>
 
-/// Runs a command line and waits for its end. What was printed before is flushed first, so that it
-/// comes before the command's own output. Returns what system returned: 0 for success.
+/// Runs a command line and waits for it. Flushes standard output first, so that earlier text comes
+/// before the command's output. Returns the result of system: 0 on success.
 int run_command(const std::string& command_line);

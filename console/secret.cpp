@@ -5,8 +5,8 @@
 
 namespace {
 
-// Copies leave bytes of the secret in vector registers, and the dynamic linker puts these on the
-// stack whenever a library calls a function for the first time. Other copies overwrite them.
+// Copying leaves bytes of the secret in vector registers, which the dynamic linker saves on the
+// stack when a library first calls a function. Other copies overwrite them.
 void overwrite_registers() {
     std::array<char, 2048> zeros{};
     for (std::size_t size = 16; size <= zeros.size() / 2; size *= 2) {
@@ -33,7 +33,7 @@ Secret::~Secret() {
 Secret& Secret::append(std::string_view more) {
     const std::size_t length = text_.size() + more.size();
     if (length > text_.capacity()) {
-        // The string would free its old storage as it is.
+        // A growing string would free its old storage unwiped.
         std::string grown;
         grown.reserve(2 * length);
         grown.append(text_);

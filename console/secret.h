@@ -1,6 +1,6 @@
 #pragma once
 
-// Text that must not outlive its use: passwords, and command lines that hold one.
+// Text that must not outlive its use: passwords, and command lines that contain one.
 
 #include <string>
 #include <string_view>
@@ -8,13 +8,13 @@
 /// Overwrites a text, its spare capacity included, and leaves it empty.
 void wipe(std::string& text);
 
-/// A text that leaves no copy in memory, neither when it grows nor when it is destroyed.
+/// A string that leaves no copy in memory when it grows or is destroyed.
 class Secret {
   public:
     Secret() = default;
     explicit Secret(std::string_view text);
     ~Secret();
-    Secret(Secret&&) = default;  // the destructor wipes what is left in the other one
+    Secret(Secret&&) = default;  // the destructor wipes what is left in the source
     Secret(const Secret&) = delete;
     Secret& operator=(const Secret&) = delete;
     Secret& operator=(Secret&&) = delete;

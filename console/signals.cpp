@@ -13,8 +13,8 @@ volatile std::sig_atomic_t hang_up_was_passed_on = 0;
 timer_t reminder;
 bool has_reminder = false;
 
-// A request can arrive just before a read starts to wait, which would then wait for ever. So the
-// request repeats itself until the process has gone.
+// A request that arrives just before a read would leave the read waiting for ever. So the request
+// is repeated until the process ends.
 constexpr long REMINDER_NANOSECONDS = 200'000'000;
 
 void ignore_signal(int /*signal*/) {}
@@ -30,12 +30,13 @@ void request_end(int /*signal*/) {
     }
 }
 
-// The kernel tells only a session's first process of a lost terminal, which at the console is the
-// shell. Its children are in its process group, if it leads one; if not, the leader sees to them.
+// The kernel signals a lost terminal only to the session leader, which at the console is the shell.
+// If the shell also leads its process group, it must tell its children; if not, the group's leader
+// does.
 void hang_up(int signal) {
     request_end(signal);
     if (hang_up_was_passed_on == 0 && getpgrp() == getpid()) {
-        hang_up_was_passed_on = 1;  // this process is told again, too
+        hang_up_was_passed_on = 1;  // kill signals this process, too
         kill(0, SIGHUP);
     }
 }
@@ -56,7 +57,7 @@ void install_signal_handlers() {
     event.sigev_signo = SIGTERM;
     has_reminder = timer_create(CLOCK_MONOTONIC, &event, &reminder) == 0;
 
-    // Handlers, not SIG_IGN: a handler is reset to the default action in children.
+    // Handlers, not SIG_IGN: exec resets them to the default action.
     for (const int signal : {SIGINT, SIGQUIT, SIGPIPE, SIGXFSZ}) {
         handle(signal, ignore_signal);
     }

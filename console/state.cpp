@@ -1,6 +1,6 @@
 #include "console/state.h"
 
-// Built in this order before main, and destroyed in the reverse order at the end of the process.
+// Constructed in this order before main, destroyed in reverse order at exit.
 Catalogue _gAdminConParts;
 Catalogue _gExtensionConfParts;
 std::list<std::string> _gQueryString;

@@ -1,17 +1,17 @@
 #pragma once
 
-// What a session remembers. All of it lives as long as the process and is touched by one thread.
+// The state of a session. It lives as long as the process and is used by one thread.
 
 #include <list>
 #include <map>
 #include <string>
 
-/// Configuration parts by name, in byte order of the names; the value is the caption.
+/// Captions of configuration parts by name, in byte order of the names.
 using Catalogue = std::map<std::string, std::string>;
 using ConfigPart = Catalogue::value_type;
 
 /// Parts that exist once on the device, and parts that exist once per extension. Filled by
-/// load_menu_tree and never changed afterwards.
+/// load_menu_tree, constant afterwards.
 extern Catalogue _gAdminConParts;
 extern Catalogue _gExtensionConfParts;
 

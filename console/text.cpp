@@ -39,7 +39,7 @@ void print(std::string_view text) {
     std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
-// Not through the stream: what is flushed at once needs no buffer.
+// Bypasses the stream: text that is flushed at once needs no buffer.
 void print_now(std::string_view text) {
     std::fflush(stdout);
     write_all(STDOUT_FILENO, text);

@@ -1,25 +1,25 @@
 #pragma once
 
-// Small helpers for text that is typed or printed.
+// Helpers for typed and printed text.
 
 #include <string>
 #include <string_view>
 
-/// Cuts trailing spaces and tabs in place and returns a pointer past the leading ones, into the
-/// same string. No other character counts as blank.
+/// Removes trailing spaces and tabs in place and returns a pointer past the leading ones. No other
+/// character counts as blank.
 char* trim_blanks(char* text);
 
 /// "ERROR: " followed by the message.
 std::string make_error_message(const std::string& message);
 
-/// Says that there is no memory for a command. Returns -1, the result of a refused command.
+/// Prints the out-of-memory error. Returns -1, the result of a refused command.
 int refuse_for_memory();
 
-/// Puts text on standard output, NUL bytes included. A terminal that fails is ignored: the session
-/// goes on until its input ends.
+/// Writes text, NUL bytes included, to standard output. Errors are ignored: the session goes on
+/// until its input ends.
 void print(std::string_view text);
 
-/// The same, after all that was printed before, and flushed.
+/// The same, after all earlier output, and flushed.
 void print_now(std::string_view text);
 
 /// Writes text to an open file. What cannot be written is lost.

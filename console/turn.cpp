@@ -12,16 +12,16 @@
 
 namespace {
 
-// The folder of those files: it always exists, and everybody may read it.
+// The directory of the exchanged files. It always exists, and everybody may read it.
 constexpr const char* SHARED_FOLDER = "/tmp";
 constexpr timespec PAUSE = {0, 20'000'000};  // 20 ms
 constexpr int MAX_PAUSES = 3000;
 
 }  // namespace
 
-// In pauses, because a wait for the lock itself would go on after a signal. Signals are held back
-// between two pauses, so that none is lost. The back end's client inherits the lock: when its
-// session is killed, the turn lasts until the client has ended, too.
+// Polls, because a wait for the lock itself would resume after a signal. Signals are blocked
+// between two pauses, so that none is lost. The back end's client inherits the lock: if its session
+// is killed, the turn lasts until the client has ended.
 Turn::Turn() {
     sigset_t held_back = {};
     sigset_t before = {};
@@ -41,7 +41,7 @@ Turn::Turn() {
 
 Turn::~Turn() {
     if (folder_ >= 0) {
-        flock(folder_, LOCK_UN);  // whoever else has it open
+        flock(folder_, LOCK_UN);  // even if a child still has it open
         close(folder_);
     }
 }

@@ -44,7 +44,7 @@ int handle_show(char* argument) noexcept try {
     }
     for (const LogFileEntry* row = log_files; row->name != nullptr; ++row) {
         if (std::strcmp(row->name, argument) == 0) {
-            // Only the table's path reaches the command interpreter, never what was typed.
+            // Only a path from the table reaches /bin/sh, never what was typed.
             run_command(std::string("cat ") + row->path);
             return 0;
         }

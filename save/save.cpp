@@ -18,8 +18,8 @@ constexpr const char* SAVE_FILE_PATH = "/tmp/consoleLCFile";
 constexpr const char* VERSION_FILE_PATH = "/etc/version.txt";
 constexpr const char* VERSION_ASSIGNMENT = "VERSION=";
 
-// Applied one after the other. #ERROR_GLOBAL begins with #ERROR and so never gets its own words;
-// the back end's users know the result as it is.
+// Applied in order. #ERROR_GLOBAL begins with #ERROR, so its own words are never used; users of the
+// back end expect that result.
 constexpr const char* MARKERS[][2] = {
     {"\\n", "\n"}, {"#ERROR", "Error in "}, {"#ERROR_GLOBAL", "Error: "},
     {"#VAL", "="}, {"#MSG", ". "},          {"#END", ""},
@@ -38,7 +38,7 @@ void write_line(std::FILE* file, const std::string& line) {
 
 }  // namespace
 
-// Built anew rather than in place, where each replacement would move all that follows.
+// Builds a new string: in place, each replacement would move all that follows.
 void replace_all(std::string& text, const char* from, const char* to, std::size_t start) {
     std::string result;
     result.reserve(text.size());
@@ -88,7 +88,7 @@ int handle_save(char* /*argument*/) noexcept try {
     }
     const Turn turn;
     if (turn.called_off()) {
-        print("\n");  // the settings stay
+        print("\n");  // the settings are kept
         return -1;
     }
     write_query_file(SAVE_FILE_PATH, _gQueryString);
@@ -96,5 +96,5 @@ int handle_save(char* /*argument*/) noexcept try {
     _gQueryString.clear();
     return 0;
 } catch (const std::bad_alloc&) {
-    return refuse_for_memory();  // the settings stay
+    return refuse_for_memory();  // the settings are kept
 }

@@ -26,7 +26,7 @@ bool entry_equals(Configuration::MultiSectionFile& database, const char* key,
     return expected == value.data;
 }
 
-// Nobody can log in when the database cannot be read.
+// Nobody can log in if the database cannot be read.
 bool credentials_match(const std::string& user, const std::string& password) try {
     Configuration::MultiSectionFile database(ACCESS_DATABASE_PATH, false, false, false, "section",
                                              "{\n", "}\n", "=", "#", nullptr);
@@ -37,8 +37,8 @@ bool credentials_match(const std::string& user, const std::string& password) try
     return false;
 }
 
-// An answer that could not be read is a wrong one. Both questions are always asked, so that nobody
-// learns which answer was wrong. Calling one off starts again from the first.
+// An answer that cannot be read counts as wrong. Both questions are always asked, to hide which
+// answer was wrong. Ctrl-C starts again from the first.
 bool attempt_login() {
     while (true) {
         const std::optional<std::string> user = read_answer("Username: ");

@@ -1,13 +1,13 @@
 #pragma once
 
-// Nobody administers the device without the administrator's name and password.
+// The administrator's login.
 
 #include <string>
 
-/// Asks for the credentials, at most three times. Returns only when they were accepted; otherwise
-/// logs out and ends the process with status 1. So does a request to end the session.
+/// Asks for the credentials, at most three times, and returns if they are accepted. If not, or on a
+/// request to end the session, logs out and exits with status 1.
 void admin_login();
 
-/// 1 when both equal the administrator's entry of the access-control database, byte for byte. 0 in
-/// every other case, an unreadable database included. The database is read anew at every call.
+/// Returns 1 if both match the administrator's entry in the access-control database byte for byte,
+/// otherwise 0, even if the database cannot be read. Re-reads the database on every call.
 int check_admin_credentials(std::string user, std::string password);

@@ -1,5 +1,4 @@
 #pragma once
 
-/// Tells the back end that the administrator has logged out. Reports nothing, whether it worked or
-/// not; returns the result of removing the request's last variable, which nobody needs.
+/// Tells the back end that the administrator has logged out. Reports no failure. Returns 0.
 int admin_logout();

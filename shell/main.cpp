@@ -4,7 +4,7 @@
 #include "session/login.h"
 #include "shell/command_loop.h"
 
-// Arguments are ignored: whoever starts a login shell may pass any.
+// Arguments are ignored: a login shell may be started with any.
 int main() {
     prepare_streams();
     protect_line_editor();
