@@ -1,7 +1,6 @@
 #include "cgi/get.h"
 
 #include <new>
-#include <stdexcept>
 #include <string>
 
 #include "catalogue/extension_database.h"
@@ -20,7 +19,9 @@ int refuse(const char* reason) {
 // An unreadable database counts as empty: a broken file must not end the session.
 bool is_known_extension(const std::string& name) try {
     return extension_exists(name) == 1;
-} catch (const std::runtime_error&) {
+} catch (const std::bad_alloc&) {
+    throw;
+} catch (...) {
     return false;
 }
 
