@@ -136,7 +136,7 @@ std::string check_line(const Gateway& gateway, const std::string& line, Values& 
     return {};
 }
 
-// Returns what is wrong with a version line, or nothing.
+// Returns what is wrong with a version line, or an empty text.
 std::string check_version(const std::string& line, const std::string& version) {
     constexpr std::string_view key = "VERSION=";
     if (line.compare(0, key.size(), key) != 0) {
@@ -211,7 +211,7 @@ Answer answer_to(const Request& request, Gateway& gateway) {
     return {"404 Not Found", "ERROR: there is no such program\n"};
 }
 
-// One line for each request: its method, its program and its query, if any.
+// Adds a line to the request log: the request's method, its program and its query, if any.
 void record(const Request& request) {
     std::string line = request.method + ' ' + request.program;
     if (!request.query.empty()) {
@@ -251,7 +251,7 @@ int main() {
     Gateway gateway{std::move(schema), std::move(store)};
     FCGX_Request fcgi;
     if (FCGX_Init() != 0 || FCGX_InitRequest(&fcgi, 0, 0) != 0) {
-        std::cerr << "backend: it is not started as a FastCGI program\n";
+        std::cerr << "backend: not started as a FastCGI program\n";
         return 1;
     }
     std::ofstream(process_id_path, std::ios::trunc) << getpid() << '\n';

@@ -1,4 +1,5 @@
-"""The commands at the top of the repository, and how they treat their terminal."""
+"""The commands at the top of the repository: their help, their progress reports, and that they and the
+tests leave the user's terminal alone."""
 
 import contextlib
 import os
@@ -19,7 +20,7 @@ from console import ENVIRONMENT, PATIENCE, PROGRAM_DIR, PROMPT, SOURCE_DIR, WIND
 TESTS = SOURCE_DIR / "tests"
 AT_TERMINAL = SOURCE_DIR / ".ci/at_terminal"
 
-# What a program could do to the terminal of whoever runs the tests.
+# What a program could do to the terminal at which the tests run.
 INTRUDER = """
 import programs
 INTRUDE = "for order in 'echo intruder >/dev/tty' 'stty -echo </dev/tty' 'read line';"
@@ -50,7 +51,7 @@ def pytest_at_terminal(*words):
     return at_terminal(sys.executable, "-m", "pytest", "-q", "-c", TESTS / "pytest.ini", *words)
 
 
-# The terminal of whoever runs the tests
+# The terminal at which the tests run
 
 
 def test_no_program_that_a_test_starts_reaches_the_terminal(tmp_path):
@@ -63,7 +64,7 @@ def test_no_program_that_a_test_starts_reaches_the_terminal(tmp_path):
     assert "2 passed" in seen
 
 
-def test_tests_run_with_a_terminal_and_without_one():
+def test_tests_pass_at_a_terminal():
     some = [TESTS / f"{name}_test.py" for name in ("help", "session_picture", "include_graph")]
     status, seen = pytest_at_terminal(*some)
     assert (status, "failed" in seen) == (0, False), seen
@@ -114,13 +115,14 @@ def test_changing_or_reading_the_terminal_is_detected():
 # Help
 
 # These run on the device, or are called by a package manager or by a test in a sandbox.
-NOT_FOR_PERSONS = re.compile(
+NOT_FOR_USERS = re.compile(
     r"gateway/(backupconfig|boot|fcgiclient|reboot|start_daemon)|packaging/.*|tests/.*"
     r"|gateway/machine/(agent|ftp_server|init|play_session|session|set_up|shut_down)"
 )
 
 
 def commands():
+    """Returns the paths of the executable files that users may start."""
     listed = programs.run(
         ["git", "-c", "safe.directory=*", "ls-files", "-s", "--", SOURCE_DIR],
         cwd=SOURCE_DIR,
@@ -129,7 +131,7 @@ def commands():
         check=True,
     ).stdout
     names = re.findall(r"^100755 .*\t(.*)$", listed, re.MULTILINE)
-    return [name for name in names if not NOT_FOR_PERSONS.fullmatch(name)]
+    return [name for name in names if not NOT_FOR_USERS.fullmatch(name)]
 
 
 @pytest.mark.parametrize("option", ["-h", "--help"])
@@ -181,7 +183,7 @@ def run_stage(folder, *command, title="[1/2] some tests", **options):
 def test_stage_reports_each_failure_with_its_transcript_and_how_to_repeat_it(tmp_path):
     (tmp_path / "some_test.py").write_text(SOME_TESTS)
     pytest_words = [sys.executable, "-m", "pytest", "-q", "-c", TESTS / "pytest.ini", "-p", "conftest"]
-    # It must not believe that it is a worker of this test run.
+    # This pytest is not a worker of the test run.
     alone = {name: value for name, value in ENVIRONMENT.items() if "XDIST" not in name}
     done = run_stage(
         tmp_path,
@@ -197,16 +199,16 @@ def test_stage_reports_each_failure_with_its_transcript_and_how_to_repeat_it(tmp
     assert re.fullmatch(r" +1 passed, 2 failed, 1 skipped in \d:\d\d", counts)
     named = [line for line in failures if line.startswith("FAILED")]
     assert named == ["FAILED some_test.py::test_letter[b]", "FAILED some_test.py::test_device"]
-    assert re.findall(r"once more: +(.*)", done.stdout) == [
+    assert re.findall(r"to repeat: +(.*)", done.stdout) == [
         "./check test_letter",
         "./check test_device",
     ]
-    for transcript in re.findall(r"what happened: (.*)", done.stdout):
+    for transcript in re.findall(r"transcript: (.*)", done.stdout):
         assert "AssertionError" in Path(transcript).read_text()
     assert "--- whole console ---\nPlease, login as" in Path(transcript).read_text()
-    told = programs.run([STAGE, "--summary", tmp_path, "83"], capture_output=True, text=True).stdout
-    assert [line for line in told.splitlines() if line.startswith("FAILED")] == named
-    assert told.endswith(
+    summary = programs.run([STAGE, "--summary", tmp_path, "83"], capture_output=True, text=True).stdout
+    assert [line for line in summary.splitlines() if line.startswith("FAILED")] == named
+    assert summary.endswith(
         f"1 passed, 2 failed, 1 skipped, in 1:23. The logs are in {tmp_path}.\n"
     )
 
@@ -218,7 +220,7 @@ def test_stage_shows_the_end_of_a_failed_builds_output(tmp_path):
     assert lines[0] == "[1/2] some tests"
     assert re.fullmatch(r" +failed in \d:\d\d", lines[1])
     assert lines[2:-1] == [str(number) for number in range(971, 1001)]
-    assert lines[-1] == f"All of it is in {tmp_path}/1-some.log."
+    assert lines[-1] == f"The whole output is in {tmp_path}/1-some.log."
     assert (tmp_path / "1-some.log").read_text().count("\n") == 1000
 
 
@@ -237,7 +239,7 @@ def test_stage_updates_its_line_at_a_terminal(tmp_path, said, shown):
     stage = programs.on_terminal(str(STAGE), words, timeout=PATIENCE, encoding="utf-8")
     stage.expect(r"\[2/6\] build  0:0\d  ")
     stage.expect_exact(shown)
-    # Ctrl-C ends all of it.
+    # Ctrl-C ends the stage and its command.
     stage.sendintr()
     stage.expect(pexpect.EOF)
     stage.close()
@@ -360,7 +362,7 @@ def test_a_clone_used_by_another_user_is_refused_and_not_changed(clone, command)
     assert clone.files() == before
 
 
-def test_root_is_refused_the_first_build_in_a_users_clone(clone):
+def test_first_build_in_a_users_clone_is_refused_to_root(clone):
     shutil.rmtree(clone.folder / "build")
     clone.stand_in("id", "echo 0")
     clone.stand_in("stat", "echo 1000")

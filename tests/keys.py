@@ -3,9 +3,9 @@
 usage: keys.py [SECONDS [SEED]]
        keys.py --replay SESSION
 
-Plays sessions with the program in TESSEL_PROGRAM_DIR for that long (60). For each one that does not end
-with a logout and status 0, prints the reason and the command that replays it. The exit status is 1 if
-there was one.
+Plays sessions with the program in TESSEL_PROGRAM_DIR for SECONDS (default 60). For each session that does
+not end with a logout and status 0, prints the reason and the command that replays it; the exit status is
+then 1.
 """
 
 import array

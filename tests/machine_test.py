@@ -375,7 +375,7 @@ def test_session_is_played_on_the_serial_line(machine_room, tmp_path):
             capture_output=True,
             timeout=PATIENCE,
         )
-        assert done.stderr == b"The device boots.\n"
+        assert done.stderr == b"The device is booting.\n"
         return done.returncode, done.stdout
 
     login = (USER, PASSWORD)

@@ -1,5 +1,5 @@
-// Does to a serial line what the kernel does when the carrier is lost: processes that have it open
-// are cut off, and the session on it gets a hang-up. The emulated serial port has no modem signals.
+// Makes the kernel treat a serial line as if its carrier were lost: processes that have it open are
+// cut off, and the session on it gets a hang-up. The emulated serial port has no modem signals.
 //
 // usage: hang_up DEVICE
 #include <fcntl.h>
