@@ -97,7 +97,7 @@ TEST_F(GetTest, UnknownExtensionIsRefused) {
     EXPECT_EQ(requested(), "");
 }
 
-TEST_F(GetTest, UnreadableExtensionDatabaseHasNoExtensions) {
+TEST_F(GetTest, UnreadableExtensionDatabaseCountsAsEmpty) {
     setenv("TARN_PATH", "/nowhere/", 1);
     EXPECT_EQ(get("forward 201", -1), NO_EXTENSION);
     EXPECT_EQ(get("nothing 201", -1), NO_PART) << "the database is not read";

@@ -152,7 +152,7 @@ TEST_F(LegibleConfigurationTest, RandomFilesArePrintedByTheSameRule) {
 }
 
 // Every byte in every place next to the border of two pieces, with and without a version before it.
-TEST_F(LegibleConfigurationTest, AnyByteAtTheBorderOfPiecesIsPrintedByTheSameRule) {
+TEST_F(LegibleConfigurationTest, AnyByteAtAPieceBoundaryIsPrintedByTheSameRule) {
     for (const std::string& start : {""s, "VERSION=1\n"s}) {
         for (const std::size_t place : {PIECE - 2, PIECE - 1, PIECE, PIECE + 1, 2 * PIECE - 2,
                                         2 * PIECE - 1, 2 * PIECE, 2 * PIECE + 1}) {
@@ -164,7 +164,7 @@ TEST_F(LegibleConfigurationTest, AnyByteAtTheBorderOfPiecesIsPrintedByTheSameRul
 }
 
 // The word begins in every place next to the border, with every byte before or after it.
-TEST_F(LegibleConfigurationTest, AnyByteNextToAVersionAtTheBorderOfPiecesIsPrintedByTheSameRule) {
+TEST_F(LegibleConfigurationTest, AnyByteNextToAVersionAtAPieceBoundaryIsPrintedByTheSameRule) {
     for (std::size_t place = PIECE - 9; place <= PIECE + 1; ++place) {
         expect_same_rule(x(place - 1), "VERSION=1\na=1\n");
         expect_same_rule(x(place) + "VERSION", "=1\na=1\n");

@@ -63,7 +63,7 @@ def without_name(command_line):
 # The dialogue
 
 
-def test_backup_asks_in_its_order_and_does_not_echo_the_password(console):
+def test_backup_asks_its_questions_in_order_and_does_not_echo_the_password(console):
     transfer(
         console, b"backup", port=b"2121", path=b"/backups", user=b"ftpuser", password=b"ftppass"
     )
@@ -80,7 +80,7 @@ def test_backup_asks_in_its_order_and_does_not_echo_the_password(console):
     )
 
 
-def test_restore_asks_in_its_order_and_does_not_echo_the_password(console):
+def test_restore_asks_its_questions_in_order_and_does_not_echo_the_password(console):
     transfer(
         console, b"restore", port=b"2121", path=b"/b/x.bin", user=b"ftpuser", password=b"ftppass"
     )
@@ -196,7 +196,7 @@ def test_restore_command_line(device, console, answers, host, path):
     ]
 
 
-def test_backup_programs_receive_their_words(device, console):
+def test_backup_programs_receive_their_arguments(device, console):
     transfer(console, b"backup", port=b"21", path=b"/b", user=b"u", password=b"p")
     (call,) = device.calls()
     assert without_name(call) == (
@@ -204,7 +204,7 @@ def test_backup_programs_receive_their_words(device, console):
     )
 
 
-def test_restore_programs_receive_their_words_and_the_archive(device, console):
+def test_restore_programs_receive_their_arguments_and_the_archive(device, console):
     device.record_calls("wget", printf(bytes(range(256))))
     transfer(console, b"restore", port=b"21", path=b"/b", user=b"u", password=b"p")
     assert sorted(device.calls()) == [
@@ -287,7 +287,7 @@ def test_reboot_is_found_on_the_search_path(device):
 
 
 @pytest.mark.parametrize("name", ["wget", "backupconfig"])
-def test_programs_of_restore_are_called_by_their_path(device, console, name):
+def test_programs_of_restore_are_called_by_path(device, console, name):
     path = elsewhere(device, name)
     assert console.leave() == 0
     device.remove("/record/calls")
@@ -311,7 +311,7 @@ def names_between(start, end, zone=timezone.utc):
 
 
 @pytest.mark.parametrize("hours", [0, 13, -11])
-def test_backup_file_is_named_by_the_local_time_at_the_command(device, hours):
+def test_backup_file_is_named_after_the_local_time(device, hours):
     device.record_command_lines()
     device.record_calls("wput", b"echo FINISHED")
     # POSIX counts hours west of Greenwich.

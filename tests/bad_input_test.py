@@ -156,7 +156,7 @@ def test_broken_version_file_affects_only_the_version_line(device, broken):
     assert saved.startswith(b"VERSION=") and saved.endswith(b"\na=1\nb=2\n")
 
 
-def test_every_file_missing_at_once(device):
+def test_session_continues_with_every_file_missing(device):
     console = device.log_in()
     for name in (MENU_TREE, ACCESS_DATABASE, EXTENSION_DATABASE, VERSION_FILE, "/bin/fcgiclient"):
         device.remove(name)

@@ -128,7 +128,7 @@ def test_shell_is_static():
     assert b" INTERP " not in headers.stdout and b"LOAD" in headers.stdout
 
 
-def test_session_of_the_integrators_guide(bare_device):
+def test_session_of_the_integration_guide(bare_device):
     console = bare_device.console("dumb")
     assert_session_of_the_guide(console)
     assert b"Garage" in bare_device.path("/etc/settings").read_bytes()

@@ -128,7 +128,7 @@ def test_backup_goes_to_the_port_and_the_folder_that_were_named(device, port, pa
 
 
 @pytest.mark.parametrize("folder", [b"a;b", b"a#b", b"a$b?c d"])
-def test_folder_with_characters_of_addresses_in_its_name(device, folder):
+def test_folder_name_with_characters_that_are_special_in_addresses(device, folder):
     console = device.log_in()
     assert backup(console, path=folder) == BACKUP_FINISHED
     (name,) = archives(device, f"{HOME}/{folder.decode()}")
@@ -139,7 +139,7 @@ def test_folder_with_characters_of_addresses_in_its_name(device, folder):
     assert restore(console, typed + b"/" + name).endswith(b"\n" + RESTORE_FINISHED)
 
 
-def test_later_backup_counts_even_within_the_same_minute(device):
+def test_later_backup_within_the_same_minute_is_kept(device):
     console = device.log_in()
     for proxy in (b"short", b"a-longer-name", b"tiny"):
         change(console, b"sip.outbound_proxy=" + proxy)

@@ -123,7 +123,7 @@ def fixture_other_gateway(tmp_path):
 # --- the root folder ---
 
 
-def test_make_root_makes_what_the_device_holds(gateway):
+def test_make_root_makes_all_files_of_the_device(gateway):
     for path in (
         "/etc/menutree.conf",
         "/etc/version.txt",
@@ -142,13 +142,13 @@ def test_make_root_makes_what_the_device_holds(gateway):
     assert missing == ""
 
 
-def test_make_root_makes_a_device_of_an_empty_folder(tmp_path):
+def test_make_root_turns_an_empty_folder_into_a_device(tmp_path):
     (tmp_path / "root").mkdir()
     programs.run([str(MAKE_ROOT), str(tmp_path / "root")], check=True)
     assert (tmp_path / "root/etc/menutree.conf").stat().st_size > 0
 
 
-def test_make_root_keeps_settings_and_own_files_of_an_existing_root(gateway):
+def test_make_root_keeps_settings_and_files_of_an_existing_root(gateway):
     gateway.sh("save sip.local_port=5071")
     gateway.file("/var/log/cm.log").write_text("my own log\n")
     gateway.make()
@@ -156,7 +156,7 @@ def test_make_root_keeps_settings_and_own_files_of_an_existing_root(gateway):
     assert gateway.file("/var/log/cm.log").read_text() == "my own log\n"
 
 
-def test_make_root_makes_anew_what_a_boot_does(gateway):
+def test_make_root_does_what_a_boot_does(gateway):
     gateway.file("/tmp/acldb").write_text("section admin {\n}\n")
     gateway.file("/tmp/left_over").write_text("x")
     gateway.file("/etc/version.txt").unlink()
@@ -168,7 +168,7 @@ def test_make_root_makes_anew_what_a_boot_does(gateway):
     assert gateway.sh("request logout.cgi") == "OK\n"
 
 
-def test_make_root_fresh_gives_factory_settings_and_leaves_the_backups(gateway):
+def test_make_root_fresh_restores_factory_settings_and_keeps_the_backups(gateway):
     factory = gateway.settings()
     gateway.sh("save sip.local_port=5071")
     gateway.file("/etc/added").write_text("by hand")
@@ -201,7 +201,7 @@ def test_make_root_leaves_a_foreign_folder_alone(tmp_path):
     assert [entry.name for entry in tmp_path.iterdir()] == ["thesis.txt"]
 
 
-def test_writing_through_a_link_in_bin_from_outside_hits_nothing(gateway):
+def test_links_in_bin_lead_nowhere_from_outside(gateway):
     links = [entry for entry in gateway.file("/bin").iterdir() if entry.is_symlink()]
     assert len(links) > 5
     assert [link for link in links if link.exists()] == []
@@ -215,7 +215,7 @@ def test_start_ends_with_the_status_of_the_command(gateway, status):
     assert gateway.start("sh", "-c", f"exit {status}").returncode == status
 
 
-def test_start_reports_a_command_that_a_signal_ended(gateway):
+def test_start_reports_a_command_ended_by_a_signal(gateway):
     done = gateway.start("sh", "-c", "kill -KILL $$")
     assert (done.returncode, done.stdout) == (137, b"")
 
@@ -544,7 +544,7 @@ def test_the_back_end_survives_an_unwritable_summary_file(gateway):
 # --- the back end: saving ---
 
 
-def test_saved_settings_are_there_at_the_next_get_and_after_a_restart(gateway):
+def test_saved_settings_are_shown_by_get_and_survive_a_restart(gateway):
     output = gateway.sh("save sip.local_port=5071 ext_dnd.202.enabled=on; summary '&parampattern=sip'")
     assert output.startswith("2 settings saved\\n")
     assert "sip.local_port=5071\n" in output
@@ -573,7 +573,7 @@ def test_saved_settings_are_there_at_the_next_get_and_after_a_restart(gateway):
         "fax.220.answer_after=9",
     ],
 )
-def test_good_settings_are_saved(gateway, line):
+def test_valid_settings_are_saved(gateway, line):
     assert gateway.sh(f"save '{line}'") == "1 setting saved\\n"
     assert line + "\n" in gateway.settings()
 
@@ -606,7 +606,7 @@ def test_good_settings_are_saved(gateway, line):
         (".", "1", "There is no such setting"),
     ],
 )
-def test_a_wrong_setting_is_rejected_and_the_others_are_saved(gateway, name, value, message):
+def test_an_invalid_setting_is_rejected_and_the_others_are_saved(gateway, name, value, message):
     before = gateway.settings()
     answer = gateway.sh(f"save '{name}={value}'; save ntp.interval=61 '{name}={value}'")
     rejected = f"#ERROR{name}#VAL{value}#MSG{message}#END\\n"
@@ -619,7 +619,7 @@ def test_a_line_without_a_value_is_rejected(gateway):
     assert gateway.sh("save reload") == rejected + "No settings saved\\n"
 
 
-def test_of_several_values_the_last_good_one_is_saved(gateway):
+def test_the_last_valid_of_several_values_is_saved(gateway):
     answer = gateway.sh("save ntp.interval=61 ntp.interval=62 ntp.interval=1")
     assert answer.endswith("#END\\n1 setting saved\\n")
     assert "ntp.interval=62\n" in gateway.settings()
@@ -858,7 +858,7 @@ def test_a_wrong_password_is_refused(gateway):
     "options, upload, download",
     [("--readonly", "2\n", "0\n"), ("--full", "2\n", "0\n"), ("--drop-after 100", "2\n", "1\n")],
 )
-def test_a_server_in_trouble_makes_transfers_fail(gateway, options, upload, download):
+def test_a_failing_server_makes_transfers_fail(gateway, options, upload, download):
     gateway.sh("backupconfig -b -d stdout >/home/backup/old.bin")
     gateway.file("/etc/ftp_options").write_text(options + "\n")
     address = "backup:secret@127.0.0.1/%s.bin"
@@ -879,7 +879,7 @@ def test_there_is_no_ftp_server_unless_asked_for(gateway):
 # --- run and install_packages ---
 
 
-def test_run_explains_itself():
+def test_run_prints_its_usage():
     done = programs.run([TOP / "run", "--help"], capture_output=True, text=True, timeout=TIMEOUT)
     assert (done.returncode, done.stderr) == (0, "")
     assert "./run [--fresh] < FILE" in done.stdout
@@ -924,7 +924,7 @@ def fixture_install(tmp_path):
 BUILD_PACKAGES = ["g++", "cmake", "make", "ninja-build", "libreadline-dev"]
 
 
-def test_install_packages_does_nothing_when_all_is_there(install):
+def test_install_packages_does_nothing_when_nothing_is_missing(install):
     done, did = install("build", installed=BUILD_PACKAGES)
     assert (done.returncode, done.stdout, done.stderr, did) == (0, "", "", [])
 
@@ -976,7 +976,7 @@ def test_install_packages_waits_while_the_package_manager_is_in_use(install, tmp
     assert [line.split()[1] for line in did] == ["update"] * 4 + ["install"]
 
 
-def test_install_packages_gives_up_when_packages_cannot_be_had(install):
+def test_install_packages_fails_when_packages_are_unavailable(install):
     done, did = install(
         "build",
         installed=BUILD_PACKAGES[1:],

@@ -236,12 +236,12 @@ def test_large_summary_is_printed_byte_for_byte(device):
     assert result.output.endswith(b"get sip\n" + HEADING + lines + END + PROMPT)
 
 
-def test_missing_summary_file_leaves_the_two_line_feeds(device):
+def test_missing_summary_file_prints_only_the_two_line_feeds(device):
     device.record_requests()
     assert device.log_in().command(b"get sip") == HEADING + END
 
 
-def test_summary_file_that_cannot_be_read_leaves_the_two_line_feeds(device):
+def test_unreadable_summary_file_prints_only_the_two_line_feeds(device):
     device.record_requests()
     device.write(SUMMARY_FILE, b"VERSION=1\na=1\n", mode=0)
     assert device.log_in().command(b"get sip") == HEADING + END
@@ -253,7 +253,7 @@ def test_old_summary_is_shown_when_the_back_end_writes_none(device):
     assert device.log_in().command(b"get sip") == HEADING + b"old=1\n" + END
 
 
-def test_summary_file_is_read_after_the_client_has_said_everything(device):
+def test_summary_file_is_read_after_the_end_of_the_clients_output(device):
     device.stand_in(
         "fcgiclient",
         b"i=0; while [ $i -lt 2000 ]; do echo a rather long line of output; i=$((i+1)); done\n"

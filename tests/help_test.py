@@ -21,12 +21,12 @@ POSSIBILITIES = (
 )
 
 
-def test_help_prints_every_command_in_its_order(device):
+def test_help_prints_all_commands_in_order(device):
     assert device.log_in().command(b"help") == b"\n" + b"".join(ROWS.values()) + b"\n"
 
 
 @pytest.mark.parametrize("name", ROWS)
-def test_help_for_a_command_prints_its_row_alone(device, name):
+def test_help_for_a_command_prints_only_its_row(device, name):
     assert device.log_in().command(b"help " + name) == b"\n" + ROWS[name] + b"\n"
 
 

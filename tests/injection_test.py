@@ -250,7 +250,7 @@ def keys(text):
 
 @pytest.mark.parametrize("command", [b"backup", b"restore"])
 @pytest.mark.parametrize("place", PLACES)
-def test_command_that_is_typed_as_an_answer_does_not_run(device, place, command):
+def test_command_typed_as_an_answer_does_not_run(device, place, command):
     make_open_device(device)
     console = device.log_in()
     texts = TYPED_AS_PASSWORD if place == "password" else TYPED

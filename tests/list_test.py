@@ -27,7 +27,7 @@ def listed(device, *items):
     return device.log_in().command(b"list")
 
 
-def test_parts_of_the_device_as_delivered(device):
+def test_parts_of_a_device_with_factory_settings(device):
     assert device.log_in().command(b"list") == listing(
         [
             b"codecs (Voice codecs)",

@@ -23,7 +23,7 @@ def refused(device):
     return console.screen, status
 
 
-def test_right_pair_is_followed_by_one_line_feed_and_the_prompt(device):
+def test_correct_login_is_followed_by_one_line_feed_and_the_prompt(device):
     console = device.log_in()
     assert console.screen == GREETING + b"Username: admin\nPassword: \n\ntessel:> "
 
@@ -56,7 +56,7 @@ def test_successful_login_alone_makes_no_request(device):
         (b"", b""),
     ],
 )
-def test_pair_that_is_not_exactly_the_stored_one_is_refused(device, user, password):
+def test_credentials_other_than_the_stored_ones_are_refused(device, user, password):
     console = device.console()
     console.read_until(b"Username: ")
     console.attempt(user, password)
@@ -66,7 +66,7 @@ def test_pair_that_is_not_exactly_the_stored_one_is_refused(device, user, passwo
 
 
 @pytest.mark.parametrize("failures", [1, 2])
-def test_right_pair_is_accepted_after_wrong_ones(device, failures):
+def test_correct_credentials_are_accepted_after_wrong_ones(device, failures):
     console = device.console()
     console.read_until(b"Username: ")
     for _ in range(failures):
@@ -76,7 +76,7 @@ def test_right_pair_is_accepted_after_wrong_ones(device, failures):
     assert console.leave() == 0
 
 
-def test_third_wrong_pair_logs_out_once_and_ends_with_status_1(device):
+def test_third_wrong_login_logs_out_once_and_ends_with_status_1(device):
     device.record_requests()
     console = device.console()
     console.read_until(b"Username: ")
@@ -163,7 +163,7 @@ def test_access_database_is_read_after_the_password_was_typed(device):
         "password after the section",
     ],
 )
-def test_nobody_can_log_in_without_a_stored_pair(device, database):
+def test_nobody_can_log_in_without_stored_credentials(device, database):
     device.remove(ACCESS_DATABASE)
     if database is not None:
         device.write(ACCESS_DATABASE, database)
@@ -173,7 +173,7 @@ def test_nobody_can_log_in_without_a_stored_pair(device, database):
     assert device.served() == ["GET logout.cgi"]
 
 
-def test_stored_pair_is_taken_from_the_admin_section_only(device):
+def test_stored_credentials_are_taken_from_the_admin_section_only(device):
     device.write(
         ACCESS_DATABASE,
         access_database(b"first", b"one", section=b"user")

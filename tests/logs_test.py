@@ -21,7 +21,7 @@ def words_of_cat(device, path):
 
 
 @pytest.mark.parametrize("line", [b"log_ls", b"log_ls sip", b"log_ls a b"])
-def test_log_ls_prints_the_names_in_their_order(device, line):
+def test_log_ls_prints_the_names_in_order(device, line):
     assert device.log_in().command(line) == b"\ncm\nsip\nsip_reg\nQ.931\n\n"
 
 

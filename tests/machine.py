@@ -55,9 +55,9 @@ NOT_ON_TARGET = {
         "model_test.py": SANDBOX_OF_THE_HOST,
         "pipe_test.py::test_session_runs_to_its_end_when_nobody_reads_its_output":
             "gives the device a pipe of the host",
-        "pipe_test.py::test_session_by_ssh_is_a_session_by_pipe": SSH_SERVER,
-        "pipe_test.py::test_session_by_ssh_ends_with_exit": SSH_SERVER,
-        "pipe_test.py::test_three_wrong_logins_by_ssh_end_with_status_1": SSH_SERVER,
+        "pipe_test.py::test_session_over_ssh_is_like_a_session_through_a_pipe": SSH_SERVER,
+        "pipe_test.py::test_session_over_ssh_ends_with_exit": SSH_SERVER,
+        "pipe_test.py::test_three_wrong_logins_over_ssh_end_with_status_1": SSH_SERVER,
         "secrets_test.py": HOST_PROCESSES,
         "signals_test.py": HOST_PROCESSES,
         "small_domains_test.py": "runs Python on the device, which has none here",

@@ -350,7 +350,7 @@ def test_more_than_the_line_holds_can_be_pasted(machine, line):
     assert rejected == [b"s%d" % number for number in range(900, 1000)]
 
 
-def test_terminal_of_a_person_is_the_serial_line(machine_room, tmp_path):
+def test_terminal_that_starts_the_machine_is_its_serial_line(machine_room, tmp_path):
     machine_room.close()
     words = [str(IMAGE), str(tmp_path)]
     machine = programs.on_terminal(str(START), words, env=ENVIRONMENT, timeout=PATIENCE)
@@ -390,7 +390,7 @@ def test_session_is_played_on_the_serial_line(machine_room, tmp_path):
     assert play(*(USER, b"wrong") * 3)[0] == 1
 
 
-def test_person_sees_the_device_boot(machine_room, tmp_path):
+def test_kernel_messages_are_shown_at_a_terminal(machine_room, tmp_path):
     machine_room.close()
     words = [str(IMAGE), str(tmp_path)]
     terminal = programs.on_terminal(str(START), words, env=ENVIRONMENT, timeout=PATIENCE)

@@ -95,7 +95,7 @@ def test_mandoc_reports_nothing():
 
 
 @pytest.mark.parametrize("path", product_sources(), ids=lambda path: path.name)
-def test_the_pages_have_every_fixed_text_of(path, pages):
+def test_the_pages_contain_every_fixed_text_of(path, pages):
     missing = [
         text
         for text in texts_in(path.read_text())
@@ -106,7 +106,7 @@ def test_the_pages_have_every_fixed_text_of(path, pages):
     assert missing == []
 
 
-def test_list_of_undocumented_texts_has_only_texts_of_the_code():
+def test_undocumented_texts_are_all_in_the_code():
     texts = {text for path in product_sources() for text in texts_in(path.read_text())}
     assert NOT_FOR_READERS <= texts
     assert len(texts) > 100

@@ -215,7 +215,7 @@ def test_the_manual_page_names_the_version():
     assert f"\nThis page describes version {project_version()}.\n" in page
 
 
-def test_the_licence_is_the_licence():
+def test_the_licence_is_the_gpl_3():
     licence = Path("/usr/share/common-licenses/GPL-3").read_bytes()
     assert (SOURCE_DIR / "COPYING").read_bytes() == licence
 

@@ -128,7 +128,7 @@ def test_transfer_dialogue_takes_its_answers_from_the_pipe(device):
     )
 
 
-def test_order_of_a_programs_output_and_the_shells_own(device):
+def test_output_of_programs_and_of_the_shell_is_in_order(device):
     device.stand_in("cat", b"echo from cat\n")
     result = device.run(LOGIN + b"log_ls\nshow cm\nlog_ls\nshow cm\n")
     log_ls = b"log_ls\n\ncm\nsip\nsip_reg\nQ.931\n\n" + PROMPT
@@ -249,7 +249,7 @@ def expect_effects(device):
     assert [request["PATH_INFO"] for request in device.requests()] == ["putconf.cgi", "logout.cgi"]
 
 
-def test_file_without_a_terminal(device, typed_file):
+def test_session_from_a_file_without_a_terminal(device, typed_file):
     typed_file(LOGIN + TYPED)
     result = device.run(b"", "/bin/sh", "-c", "exec tessel </record/typed")
     assert result.output == GREETING + b"Username: admin\n\n" + ANSWER
@@ -257,7 +257,7 @@ def test_file_without_a_terminal(device, typed_file):
     expect_effects(device)
 
 
-def test_file_with_a_terminal(device, typed_file):
+def test_session_from_a_file_with_a_terminal(device, typed_file):
     typed_file(b"admin\n" + TYPED)
     console = device.console("/bin/sh", "-c", "exec tessel </record/typed")
     console.read_until(b"Password: ")
@@ -267,7 +267,7 @@ def test_file_with_a_terminal(device, typed_file):
     expect_effects(device)
 
 
-def test_file_with_a_terminal_and_the_output_in_another_file(device, typed_file):
+def test_session_from_a_file_with_a_terminal_and_output_to_a_file(device, typed_file):
     typed_file(b"admin\n" + TYPED)
     console = device.console("/bin/sh", "-c", "exec tessel </record/typed >/record/output")
     console.read_until(b"Password: ")
@@ -278,7 +278,7 @@ def test_file_with_a_terminal_and_the_output_in_another_file(device, typed_file)
     expect_effects(device)
 
 
-def test_wrong_passwords_at_the_terminal_of_a_file(device, typed_file):
+def test_session_from_a_file_with_wrong_passwords_typed_at_the_terminal(device, typed_file):
     typed_file(b"admin\nadmin\nadmin\n" + TYPED)
     console = device.console("/bin/sh", "-c", "exec tessel </record/typed")
     for _ in range(3):
@@ -363,7 +363,7 @@ def ssh(device, tmp_path):
     return SshServer(device, tmp_path)
 
 
-def test_session_by_ssh_is_a_session_by_pipe(device, ssh, typed_file):
+def test_session_over_ssh_is_like_a_session_through_a_pipe(device, ssh, typed_file):
     result = ssh.run(LOGIN + TYPED)
     assert result.output == GREETING + b"Username: admin\n\n" + ANSWER
     assert (result.status, result.errors) == (0, b"Password: ")
@@ -371,14 +371,14 @@ def test_session_by_ssh_is_a_session_by_pipe(device, ssh, typed_file):
     assert device.run(LOGIN + TYPED) == result
 
 
-def test_session_by_ssh_ends_with_exit(device, ssh):
+def test_session_over_ssh_ends_with_exit(device, ssh):
     device.record_requests()
     result = ssh.run(LOGIN + b"exit\nhelp\n")
     assert (result.output, result.status) == (LOGGED_IN + b"exit\n", 0)
     assert logouts(device) == len(device.requests()) == 1
 
 
-def test_three_wrong_logins_by_ssh_end_with_status_1(device, ssh):
+def test_three_wrong_logins_over_ssh_end_with_status_1(device, ssh):
     device.record_requests()
     result = ssh.run(3 * b"admin\nwrong\n" + LOGIN)
     assert result.output == GREETING + 3 * (b"Username: admin\n" + REFUSAL)

@@ -239,7 +239,7 @@ def make(name, linkage, place):
 
 
 @pytest.mark.parametrize("name", BUILDERS)
-def test_what_a_builder_makes(recipes, name):
+def test_installed_files_are_right_and_reproducible(recipes, name):
     target, built = make(name, "shared", f"{name}-shared")
     assert files_below(target) == installed_files("usr")
     program = target / "usr/bin/tessel"

@@ -85,7 +85,7 @@ def test_nothing_in_a_query_is_encoded(device, line, query):
     assert device.requests() == [request("getconfsummary.cgi", SUMMARY_ACTION + query)]
 
 
-def test_caption_with_every_kind_of_character_goes_through(device):
+def test_caption_with_every_kind_of_character_is_passed_on(device):
     caption = "a=b & c \"d\" 100% $HOME `id` 'e' \\n #1"
     device.write(
         "/etc/menutree.conf",

@@ -19,7 +19,7 @@ def test_part_is_shown_as_the_back_end_renders_it(device):
     )
 
 
-def test_saved_setting_is_there_at_the_next_get_and_after_the_next_start(device):
+def test_saved_setting_is_shown_by_get_and_survives_a_restart(device):
     console = device.log_in()
     before = settings(console, b"sip")
     assert before[b"sip.local_port"] == b"5060"
@@ -116,7 +116,7 @@ def test_every_part_on_the_list_can_be_read(device):
             )
 
 
-def test_extension_that_appears_can_be_configured_at_once(device):
+def test_new_extension_can_be_configured_at_once(device):
     console = device.log_in()
     assert console.command(b"get ext_dnd 299") == b"ERROR: There is no such an extension\n"
     database = "/etc/tarn-conf/telephony/extensiondb"

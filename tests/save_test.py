@@ -99,7 +99,7 @@ def test_version_queued_later_gives_two_version_lines(device):
         (b"", b"ENTRY_NOT_FOUND"),
     ],
 )
-def test_version_is_the_entry_of_the_version_file(device, version_file, version):
+def test_version_is_read_from_the_version_file(device, version_file, version):
     device.write(VERSION_FILE, version_file)
     assert save_file(device, b"a=1") == b"VERSION=" + version + b"\na=1\n"
 
@@ -208,7 +208,7 @@ def test_status_of_the_client_does_not_matter(device):
         (b"\xff\x80\x1b\n", b"\xff\x80\x1b\n"),
     ],
 )
-def test_answer_is_shown_in_words(device, answer, words):
+def test_markers_in_the_answer_are_replaced(device, answer, words):
     assert shown(device, answer) == words
 
 

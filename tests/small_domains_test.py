@@ -164,7 +164,7 @@ def check_input_commands(addresses):
 
 @pytest.mark.parametrize("direction", ["backup", "restore"])
 @pytest.mark.parametrize("place", PLACES)
-def test_interpreter_sees_the_words_that_are_meant(place, direction):
+def test_interpreter_sees_the_intended_words(place, direction):
     count = 0
     for texts in chunks(answers()):
         check(direction, [{**GOOD, place: text} for text in texts])
@@ -183,7 +183,7 @@ REACHING = (
 
 
 @pytest.mark.parametrize("answers_with_x", REACHING, ids=lambda answers: next(iter(answers)))
-def test_input_command_is_the_one_that_wput_itself_runs(device, answers_with_x):
+def test_predicted_input_command_is_the_one_that_wput_runs(device, answers_with_x):
     make_open_device(device)
     device.record_command_lines()
     texts = ["".join(text) for text in itertools.product(CHARACTERS, repeat=2)]

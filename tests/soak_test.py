@@ -93,7 +93,7 @@ def commands():
     return lines
 
 
-def test_ten_thousand_commands_take_no_more_memory_files_or_children(device):
+def test_ten_thousand_commands_leak_no_memory_files_or_children(device):
     menu_tree = device.read("/etc/menutree.conf")
     device.write("/etc/menutree.conf", menu_tree + b"\nITEM measured.cgi {\nACL = auto\n}\n")
     device.stand_in("fcgiclient", CLIENT)

@@ -99,7 +99,7 @@ def test_twenty_sessions_lose_no_setting_and_print_no_other_part(device):
 
 
 @pytest.mark.parametrize("line", [b"save", b"get sip"])
-def test_session_waits_for_its_turn_and_shows_nothing_of_it(device, line):
+def test_session_waits_for_its_turn_silently(device, line):
     device.record_requests(summary=b"VERSION=1\nx=1\n", answer=b"x=1\n")
     console = device.log_in()
     console.command(b"a=1")
@@ -114,7 +114,7 @@ def test_session_waits_for_its_turn_and_shows_nothing_of_it(device, line):
 
 
 @pytest.mark.parametrize("line", [b"save", b"get sip"])
-def test_interrupt_ends_the_wait_and_settings_stay(device, line):
+def test_interrupt_ends_the_wait_and_keeps_the_settings(device, line):
     device.record_requests()
     console = device.log_in()
     console.command(b"a=1")
