@@ -9,7 +9,7 @@ LINE_HEIGHT = 22
 
 
 def draw(blocks):
-    """The chart as SVG. A block is a heading and its bars: (name, length, label, colour)."""
+    """Returns the chart as SVG. A block is a heading and its bars: (name, length, label, colour)."""
     parts = []
     y = 22
     for heading, bars in blocks:

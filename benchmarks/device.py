@@ -14,7 +14,7 @@ STEPS = 3  # growth is measured from a size to 10, 100 and 1,000 times that
 
 @dataclass(frozen=True)
 class Scale:
-    """How often, and with how much input, things are measured."""
+    """How often, and with how much input, to measure."""
 
     rounds: int  # of a measurement that takes milliseconds
     growth_rounds: int
@@ -35,12 +35,12 @@ KINDS = ("attendant", "extension", "pickup", "callpark", "paging")
 
 
 def growing(least):
-    """The sizes at which growth is measured: 0, then least to 1,000 times that."""
+    """Returns the sizes at which growth is measured: 0, then from least to 1,000 times that."""
     return [0] + [least * 10**step for step in range(STEPS + 1)]
 
 
 def menu_tree(items, acls=("auto,admin", "auto,admin", "auto,admin", "auto,extension", "admin")):
-    """A menu in shuffled order, as menus are not sorted; the same at every call."""
+    """Returns a menu in shuffled order, as menus are not sorted; the same at every call."""
     numbers = list(range(items))
     random.Random(items).shuffle(numbers)
     return "".join(
@@ -53,7 +53,7 @@ def menu_tree(items, acls=("auto,admin", "auto,admin", "auto,admin", "auto,exten
 
 
 def listing(parts):
-    """What list prints for a menu of general parts."""
+    """Returns what list prints for a menu of general parts."""
     return "".join(f"part{number:06} (Part number {number})\n" for number in range(parts))
 
 
@@ -62,13 +62,13 @@ def repeated(text, size):
 
 
 def summary(size):
-    """A summary file: the version line, then size bytes of a part's readable text."""
+    """Returns a summary file: the version line, then size bytes of a part's readable text."""
     lines = [f"sip.account.{line:05}.display_name=Reception\n" for line in range(10_000)]
     return "VERSION=1.0\n" + repeated("".join(lines), size)
 
 
 def answer(size):
-    """A save program's answer of size bytes, with a marker in every line."""
+    """Returns a save program's answer of size bytes, with a marker in every line."""
     lines = [marker.rjust(RECORD_SIZE - 1, "x") + "\n" for marker in MARKERS]
     return repeated("".join(lines), size)
 
@@ -83,7 +83,7 @@ def extension_entry(number, name):
 
 
 def extension_database(entries):
-    """A database of extensions named 10, 11 and so on, and LAST_EXTENSION."""
+    """Returns a database of extensions named 10, 11 and so on, and LAST_EXTENSION."""
     names = [str(10 + number) for number in range(max(entries - 1, 0))] + [LAST_EXTENSION]
     lines = [extension_entry(number, names[number]) for number in range(entries)]
     share = -(-entries // len(KINDS))

@@ -50,8 +50,8 @@ PATIENCE = 600  # seconds until a program that does not answer counts as failed
 
 
 def in_turns(rounds, actions):
-    """Calls every action once per round, after a warm-up round. Returns {name: samples}. The order
-    is shuffled: after a large program the caches are cold, after a similar one they are warm."""
+    """Calls every action once per round, after a warm-up round. Returns {name: samples}. The order is
+    shuffled, since the caches are warm after a similar program and cold after a large one."""
     samples = {name: [] for name in actions}
     order = list(actions)
     dice = random.Random(1)
@@ -79,8 +79,8 @@ def time_to_prompt(command, prompt):
 
 
 def count_instructions(name):
-    """The user instructions from a program's start to where it waits for a key. callgrind writes its
-    totals when a signal ends the program."""
+    """Returns the number of user instructions from a program's start until it waits for a key. callgrind
+    writes its totals when a signal ends the program."""
     command, prompt = PROMPTS[name]
     profile = DATA / f"callgrind.{name}"
     valgrind = ["/usr/bin/valgrind", "-q", "--tool=callgrind", "--vgdb=no", "--log-file=/dev/null"]
@@ -147,7 +147,7 @@ def measure_keys(scale):
 
 
 def compare_with_loop(scale, start, line, *loop):
-    """Samples of a command of the shell and of a C loop that prints the same."""
+    """Returns samples of a command of the shell and of a C loop that prints the same."""
     with log_in(start(TESSEL)) as tessel, start([LOOPS, *loop]) as loops:
         loops.read_until(LOOPS_PROMPT)
         actions = {
@@ -163,7 +163,7 @@ def time_save(session):
 
 
 def time_lookup(session, name):
-    """The time from the typed line to the heading or the refusal."""
+    """Returns the time from the typed line to the heading or the refusal."""
     known = name == LAST_EXTENSION
     ending = f"for extension {name}\n\n" if known else "There is no such an extension\n"
     elapsed = session.time_line(f"get part000003 {name}\n".encode(), ending.encode())
@@ -172,7 +172,7 @@ def time_lookup(session, name):
 
 
 def compare_with_grep(scale, session, name, number):
-    """Samples of get for an extension and of grep for its line in the database."""
+    """Returns samples of get for an extension and of grep for its line in the database."""
     line = extension_entry(number, name).strip()
     grep = ["/usr/bin/grep", "-Fxq", line, str(PLACES["extensions"])]
     actions = {"tessel": partial(time_lookup, session, name), "grep": partial(time_run, grep)}
@@ -201,7 +201,7 @@ def measure_commands(scale):
 
 
 def growth_of(scale, kind, least, action):
-    """{size: samples} of the action, with an input file of each size put in place beforehand."""
+    """Returns {size: samples} of the action, with an input file of each size put in place beforehand."""
 
     def at_size(count):
         put(kind, count)

@@ -72,8 +72,8 @@ def rows(scale):
 
 
 def growths(results, scale):
-    """What grows, with what, and {size: seconds}, less the seconds at size 0. From the fastest runs:
-    time that other programs took from the machine must not pass for growth."""
+    """Yields what grows, with what, and {size: seconds}, less the seconds at size 0. Only the fastest runs
+    count, so that time taken by other programs is not mistaken for growth."""
     items, extensions, size = scale.least
     for name, what, least in (
         ("start", "menu items", items),
@@ -90,7 +90,7 @@ def growths(results, scale):
 
 
 def typical(samples):
-    """(lower quartile, median). A busy machine affects the lower quartile less."""
+    """Returns (lower quartile, median). A busy machine affects the lower quartile less."""
     if len(samples) < 2:
         return samples[0], samples[0]
     low, median, _ = statistics.quantiles(samples, n=4)
@@ -103,7 +103,7 @@ def ratios(row, results):
 
 
 def exponent(points):
-    """The power of n with which the time grows from the smallest to the largest n."""
+    """Returns the power of n with which the time grows from the smallest to the largest n."""
     (least, first), *_, (most, last) = points.items()
     return math.log(last / first) / math.log(most / least)
 
@@ -112,7 +112,7 @@ def exponent(points):
 
 
 def table(heads, lines):
-    """A Markdown table. Columns whose heading ends in a colon are right-aligned."""
+    """Returns a Markdown table. Columns whose heading ends in a colon are right-aligned."""
     cells = [[head.rstrip(":") for head in heads]]
     cells += [["--:" if head.endswith(":") else "---" for head in heads]]
     return "\n".join("| " + " | ".join(line) + " |" for line in cells + lines) + "\n"
@@ -203,7 +203,7 @@ def tables(results, scale, groups):
 
 
 def verdicts(results, scale):
-    """For each target, whether it is met."""
+    """Yields for each target whether it is met."""
     for architecture, by_linkage in results["sizes"].items():
         for linkage, size in by_linkage.items():
             if (architecture, linkage) in SIZE_LIMITS:
@@ -213,7 +213,7 @@ def verdicts(results, scale):
 
 
 def summary(results, scale):
-    """Is it fast and small? In ten lines and a sentence."""
+    """Returns the summary: ten lines of figures and a sentence about growth and targets."""
     lines = []
     for architecture, by_linkage in results["sizes"].items():
         sizes = "; ".join(f"{LINKAGES[linkage]} {size:,} bytes" for linkage, size in by_linkage.items())

@@ -28,7 +28,7 @@ def program_folder(folder, name):
 
 
 def sandbox(root, folder, command):
-    """The command line that runs a command on the device."""
+    """Returns the command line that runs a command on the device."""
     line = ["bwrap", "--unshare-all", "--die-with-parent", "--hostname", "gateway"]
     if os.geteuid() != 0:
         line += ["--unshare-user", "--uid", "0", "--gid", "0"]
@@ -43,7 +43,7 @@ def sandbox(root, folder, command):
 
 
 def measure_sizes(folder):
-    """{architecture: {linkage: bytes}} of the stripped programs that were built."""
+    """Returns {architecture: {linkage: bytes}} of the stripped programs that were built."""
     native = subprocess.check_output(["dpkg", "--print-architecture"], text=True).strip()
     sizes = {}
     for architecture, prefix, strip in (
@@ -66,7 +66,7 @@ def is_position_independent(program):
 
 
 def measure(folder, quick, groups):
-    # Pages of a file that is not on disk yet count as dirty memory of the program.
+    # Until the file is on disk, its pages count as dirty memory of the program.
     os.sync()
     root = folder / "device"
     make_device(root, program_folder(folder, "default"), QUICK if quick else FULL)

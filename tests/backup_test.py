@@ -1,5 +1,5 @@
-"""backup and restore: the dialogue, the command lines and how their outcome is judged. The programs
-in the command lines are stand-ins that record how they were called."""
+"""backup and restore: the dialogue, the command lines and how their outcome is judged. The programs in
+the command lines are stand-ins that record their calls."""
 
 import re
 from datetime import datetime, timedelta, timezone
@@ -15,7 +15,7 @@ BACKUP_FAILED = b"Configuration backup failed!\n"
 RESTORE_FINISHED = b"Configuration restore finished.!\nRebooting...\n"
 RESTORE_FAILED = b"Configuration restore failed.!\n"
 ANSWERS = {"server": b"10.0.0.1", "port": b"", "path": b"", "user": b"", "password": b""}
-UP = b"\x10"  # Ctrl-P recalls the line before
+UP = b"\x10"  # Ctrl-P recalls the previous line
 
 
 def questions(command):
@@ -42,7 +42,7 @@ def printf(text):
 
 @pytest.fixture
 def console(device):
-    """A console of a device whose transfer programs succeed."""
+    """Returns the console of a device whose transfer programs succeed."""
     device.record_command_lines()
     device.record_calls("wput", b"echo FINISHED")
     device.record_calls("wget", b"echo archive")
@@ -54,7 +54,7 @@ def console(device):
 
 
 def without_name(command_line):
-    """The backup command line with NAME in place of the file name."""
+    """Returns the backup command line with NAME in place of the file name."""
     name = re.search(rb"config_\d{4}-\d{1,2}-\d{1,2}_\d{4}\.bin", command_line)
     assert name, command_line
     return command_line.replace(name.group(), b"NAME")
@@ -266,7 +266,8 @@ def test_no_answer_to_a_backup_runs_a_command(device, console, text):
 
 
 def elsewhere(device, name):
-    """Puts a program that records its call first on the search path. Returns the path."""
+    """Makes a program that records its calls in a folder of its own. Returns a PATH that begins with this
+    folder."""
     device.record_calls(f"elsewhere/{name}", b"echo FINISHED")
     return "PATH=/bin/elsewhere:/bin:/usr/bin"
 
@@ -299,7 +300,7 @@ def test_programs_of_restore_are_called_by_path(device, console, name):
 
 
 def names_between(start, end, zone=timezone.utc):
-    """The file names of all minutes from start to end."""
+    """Returns the file names for all minutes from start to end."""
     names = set()
     while start <= end + timedelta(minutes=1):
         local = start.astimezone(zone)
@@ -343,7 +344,7 @@ def test_backup_file_is_named_after_the_local_time(device, hours):
         (b"FINISHED\n", 255, BACKUP_FAILED),
         (b"", 1, BACKUP_FAILED),
         (None, 1, BACKUP_FAILED),
-        # A line of more than 1023 characters ends the reading
+        # Reading stops at a line of more than 1023 characters
         (b"x" * 1023 + b"\nFINISHED\n", 0, BACKUP_FINISHED),
         (b"x" * 1015 + b"FINISHED\n", 0, BACKUP_FINISHED),
         (b"one\n" + b"x" * 1024 + b"\nFINISHED\n", 0, BACKUP_FAILED),

@@ -100,7 +100,7 @@ def broken(request):
 
 
 def answer_to(result, line):
-    """Returns what a session through a pipe shows between that line and the next prompt."""
+    """Returns the output of a session through a pipe between that line and the next prompt."""
     _, found, rest = result.output.partition(PROMPT + line + b"\n")
     assert found
     return rest[: rest.index(PROMPT)]

@@ -42,7 +42,7 @@ def fixture_busybox():
 
 
 class BareDevice:
-    """A root folder with BusyBox, the shell, the files of the integrators' guide, and scripts."""
+    """A root folder with BusyBox, the shell, the files of the integration guide, and scripts."""
 
     def __init__(self, root, busybox):
         self.root = root
@@ -71,12 +71,12 @@ class BareDevice:
     def add_terminal(self, name):
         entry = self.path(f"/usr/share/terminfo/{name[0]}/{name}")
         entry.parent.mkdir(parents=True)
-        # Debian 13 has moved them.
+        # Debian 12 and Debian 13 have them in different places.
         places = (Path(place, name[0], name) for place in ("/lib/terminfo", "/usr/share/terminfo"))
         shutil.copy(next(filter(Path.exists, places)), entry)
 
     def console(self, term="vt100", **options):
-        """Returns the console of a shell just started. It shares the host's network."""
+        """Starts the shell, with the host's network. Returns its console."""
         sandbox = ["bwrap", "--unshare-user", "--unshare-pid", "--die-with-parent", "--clearenv"]
         sandbox += ["--bind", str(self.root), "/", "--dev", "/dev"]
         sandbox += ["--setenv", "PATH", "/bin", "--setenv", "TERM", term]
@@ -185,7 +185,7 @@ def test_long_line_scrolls_sideways_on_an_unknown_terminal(bare_device, term):
     console.read_until(b"<")
     console.type(TO_START)
     console.read_until(b">")
-    # Keys work: the line is deleted backwards, and a mistyped command corrected.
+    # The editing keys work: the line is deleted, and a mistyped command is corrected.
     console.type(b"\x0b" + b"elp list\x01h\r")
     console.read_until(b"\nlist\t\t")
     console.read_until(PROMPT)
@@ -211,7 +211,7 @@ def test_memory_at_the_prompt(bare_device, record_property):
 
 
 def runs(process, program):
-    """Whether the process runs the program. It may be another user's, or end meanwhile."""
+    """Returns whether the process runs the program; not if it is another user's or has ended."""
     try:
         return (process / "exe").samefile(program)
     except OSError:

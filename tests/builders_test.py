@@ -209,7 +209,7 @@ int old_timer_delete(timer_t t) { return timer_delete(t); }
 
 
 def test_a_c_library_with_timers_in_librt(folder, tmp_path):
-    """As in glibc before 2.34. The timers get other names here, so that the C library has none."""
+    """As in glibc before 2.34. The timers have other names here, which the C library does not define."""
     (tmp_path / "rt.c").write_text(OLD_TIMERS)
     run("gcc", "-fPIC", "-c", tmp_path / "rt.c", "-o", tmp_path / "rt.o")
     run("ar", "rcs", tmp_path / "librt.a", tmp_path / "rt.o")

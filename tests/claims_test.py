@@ -15,12 +15,12 @@ def references():
 
 
 def claims():
-    """The words in bold type with which the items of the lists begin."""
+    """Returns the words in bold type at the beginning of each list item."""
     return re.findall(r"^- \*\*(.+?)\.?\*\*", NOTES.read_text(), re.MULTILINE)
 
 
 def rows():
-    """The rows of the table: {claim: tests}."""
+    """Returns the rows of the table: {claim: tests}."""
     table = NOTES.read_text().split("\n## The tests\n")[1]
     return dict(re.findall(r"^\| (.+?) \| (.+) \|$", table, re.MULTILINE)[1:])
 

@@ -589,8 +589,8 @@ def test_limit_on_the_size_of_files(device):
 
 
 def test_full_disk_under_tmp(gateway):
-    """Until the backup frees some room: the first save file is empty and is submitted like that; what
-    is typed later is saved."""
+    """The first save file is empty and is submitted as it is. The backup frees some space, so later
+    settings are saved."""
     gateway.stand_in("wput", b"rm /tmp/filler\necho FINISHED")
     script = """
 cp -a "$1/tmp" "$1/record/tmp" && mount -t tmpfs -o size=64k tessel "$1/tmp" &&

@@ -42,7 +42,7 @@ def through_a_pipe(device, line):
 
 @pytest.fixture(params=[at_a_terminal, through_a_pipe])
 def hand_over(request):
-    """Returns a function that makes the shell handle a line."""
+    """Returns a function that has the shell handle a line."""
     return request.param
 
 

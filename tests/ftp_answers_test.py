@@ -35,8 +35,8 @@ def characters(cell):
 
 
 def arrived(device, direction, place, form):
-    """Returns the characters that reach the server when typed in that form between two letters, and
-    those that were tried."""
+    """Returns the characters that reach the server when typed in that form between two letters, and all
+    that were tried."""
     # In a path, a slash is a separator.
     tried = [c for c in PRINTABLE if (place, c) != ("path", "/")]
     cases = [{**GOOD, place: f"a{form(c)}b"} for c in tried]
@@ -78,7 +78,8 @@ def test_characters_that_cannot_be_used_are_those_of_the_table():
 
 @pytest.fixture(name="transferred")
 def fixture_transferred(device):
-    """A function that does a transfer with these answers. It returns the output and the lines sent."""
+    """Returns a function that makes a transfer with the given answers and returns the output and the lines
+    that the server received."""
     make_open_device(device)
     console = device.log_in()
 

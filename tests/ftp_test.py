@@ -73,7 +73,7 @@ def state(device):
 
 
 def assert_refused(device, console, outcome, log, before):
-    """A restore failed for the reason in the log and changed nothing."""
+    """Asserts that a restore failed for the reason in the log and changed nothing."""
     # wget's messages come first.
     assert outcome.endswith(log + RESTORE_FAILED)
     assert outcome.count(b"Configuration") == 1
@@ -132,7 +132,7 @@ def test_folder_name_with_characters_that_are_special_in_addresses(device, folde
     console = device.log_in()
     assert backup(console, path=folder) == BACKUP_FINISHED
     (name,) = archives(device, f"{HOME}/{folder.decode()}")
-    # For wget the path ends at either of the two.
+    # For wget, each of the two characters ends the path.
     typed = folder.replace(b";", b"%3B").replace(b"#", b"%23")
     if typed != folder:
         assert restore(console, folder + b"/" + name).endswith(EMPTY + RESTORE_FAILED)
@@ -169,7 +169,7 @@ def test_wrong_password(device):
         assert_refused(device, console, restore(console, b"x.bin", **login), EMPTY, before)
     assert list(archives(device)) == [b"x.bin"]
     assert not device.exists(BACKUP_LOG)
-    # In the words of one server or the other.
+    # Each server words it differently.
     log = device.read(FTP_LOG)
     assert log.count(b" FTP session opened") + log.count(b" CONNECT: ") >= 8
     assert b" logged in." not in log and b" OK LOGIN: " not in log

@@ -217,7 +217,7 @@ def test_extension_part_is_printed_below_its_own_heading(device):
         (b"p" * 250 + b"VERSION=1\na=1\n", b"p" * 250 + b"VERSION=1\na=1\n"),
         (b"p" * 250 + b"VERSION=1\nVERSION=2\na=1\n", b"p" * 250 + b"VERSI" + b"a=1\n"),
         (b"p" * 255 + b"VERSION\n" + b"x" * 247, b"p" * 255 + b"x" * 247),
-        # The rest of a piece after a NUL is lost
+        # After a NUL, the rest of the piece is lost
         (b"VERSION=1\na=1\0lost\n", b"a=1"),
         (b"\0VERSION=1\na=1\n", b""),
         (b"VERSION=1\na\0" + b"l" * 243 + b"next piece\n", b"anext piece\n"),

@@ -42,7 +42,7 @@ SUBSTITUTIONS = (
     "\\`touch canary\\`",
     "$((x[$(touch canary)]))",
 )
-# What might end the quotes around an answer, and then begin a command.
+# What might end the quotes around an answer, and what might then begin a command.
 ENDS_OF_QUOTES = ("", "'", '"', '\\"', "\\'")
 COMMANDS = (
     ";touch canary;",
@@ -82,7 +82,7 @@ def payloads():
     return list(dict.fromkeys(texts))
 
 
-# Answers that shift the parts of the address, so that X is not in the part that its question is for.
+# Answers that shift the parts of the address: X is in a part other than the one that was asked for.
 SHIFTED = (
     {"server": "X@127.0.0.1", "user": "", "password": ""},
     {"server": "X:y@127.0.0.1", "user": "", "password": ""},
@@ -182,7 +182,7 @@ def careless_lines(cases):
 def make_open_device(device):
     """Starts an FTP server that accepts any login, for clients that do not wait between attempts."""
     device.serve_ftp("--any-login --log-lines")
-    # If two clients create the folder at once, one of them gives up.
+    # If two clients created the folder at once, one of them would fail.
     device.make_folder("/home/backup/dir")
     device.write("/etc/wputrc", b"wait_retry = 0\n")
     device.write("/etc/wgetrc", b"waitretry = 0\n")
@@ -191,7 +191,7 @@ def make_open_device(device):
 def cases_that_ran(device, lines, cases, locale="C"):
     """Runs the command lines on the device. Returns the cases in which an answer ran a command."""
     make_open_device(device)
-    # What is in the backup is of no interest here, and to make one takes longer than the rest.
+    # The content of the backup does not matter here, and a real one takes longer than the rest.
     device.stand_in("backupconfig", b"echo backup\n")
     device.write(RUNNER, (TOOLS / "run_command_lines").read_bytes(), mode=0o755)
     device.write(LINES, b"".join(line + b"\0" for line in lines))
@@ -223,9 +223,9 @@ def test_command_in_an_address_with_shifted_parts_does_not_run(device, direction
     assert logins(device) > len(cases) / 4, "the answers did not get as far as the server"
 
 
-# Typed at the console, with the keys quoted that the line editor would handle
+# Typed at the console; keys that the line editor would handle are quoted
 
-QUOTED = b"\x16"  # Ctrl-V takes the next key as it is
+QUOTED = b"\x16"  # Ctrl-V takes the next key literally
 TYPED = (
     b"$(touch ran)",
     b"`touch ran`",
@@ -239,7 +239,7 @@ TYPED = (
     b" & touch ran | touch ran > ran # ",
     b"!$(touch ran)!!",
 )
-# At the password's question the terminal itself handles these: a line feed ends the line.
+# At the password question the terminal itself handles the keys: a line feed ends the line.
 TYPED_AS_PASSWORD = [text for text in TYPED if b"\n" not in text]
 
 
@@ -291,7 +291,7 @@ def test_commands_run_without_quoting_for_wputs_interpreter(device, answers, for
 
 
 def test_commands_run_without_escaping_a_backslash_before_the_quote(device):
-    # A folder for each client: if two create the same one at once, one of them gives up.
+    # A folder for each client: if two created the same one at once, one of them would fail.
     path = "dir/{};touch canary #"
     users = ("u\\", "u%5C", "u%5c")
     cases = [{**GOOD, "user": u, "path": path.format(i)} for i, u in enumerate(users)]

@@ -1,4 +1,4 @@
-"""The back end that docs/integration.md has its readers write does what the page says."""
+"""The back end that readers of docs/integration.md write does what the page says."""
 
 import os
 import re
@@ -15,7 +15,7 @@ INDENT = 8 * " "
 
 
 def blocks():
-    """The files of the step-by-step guide, and the session that follows them: {name: text}."""
+    """Returns the files of the step-by-step guide, and the session after them: {name: text}."""
     guide = PAGE.split("## Write a back end\n")[1].split("\n## ")[0]
     texts = re.split(rf"(?m)^{INDENT}# (/\S+|a session)\n", guide)
     return {
@@ -187,7 +187,7 @@ def test_client_of_a_fastcgi_server(guided, server):
         guided.write("/bin/fcgiwrap", fcgiwrap(), mode=0o755)
     client = re.search(r"\n    # /bin/fcgiclient\n((?:    .*\n)+)", PAGE).group(1)
     guided.write(CLIENT, re.sub(r"(?m)^    ", "", client).encode(), mode=0o755)
-    # What the shell finds in its environment must not reach the server.
+    # Variables that the shell inherits must not reach the server.
     path = "/bin/fcgiwrap" if server == "fcgiwrap" else os.path.realpath(shutil.which(server))
     start = f"spawn-fcgi -s /run/backend.socket -- {path} >/dev/null 2>&1"
     shell = "CONTENT_LENGTH=5 exec /bin/tessel"

@@ -37,7 +37,7 @@ def test_summary_over_2_gib_is_printed_to_its_end(device):
     assert result.status == 0
 
 
-# This depends on the device's cat.
+# This tests the device's cat.
 def test_log_over_2_gib_is_shown_to_its_end(device):
     device.remove("/var/log/cm.log")
     script = fill(b"/dev/shm/log") + (

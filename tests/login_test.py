@@ -12,7 +12,7 @@ def access_database(user=b"admin", password=b"gateway", section=b"admin"):
 
 
 def refused(device):
-    """Types the right pair three times. Returns the output and the exit status."""
+    """Types the correct credentials three times. Returns the output and the exit status."""
     console = device.console()
     console.read_until(b"Username: ")
     for _ in range(2):

@@ -60,7 +60,7 @@ def fixture_servers():
     UNPACKED.parent.mkdir(exist_ok=True)
     programs.run(["flock", f"{UNPACKED}.lock", *make], check=True)
     for program in (*PROGRAMS.values(), "/usr/bin/inetutils-telnet"):
-        # A missing server would make tests pass for the wrong reason.
+        # If a server were missing, tests would pass for the wrong reason.
         assert os.access(program, os.X_OK), program
 
 
@@ -70,7 +70,7 @@ def missing_libraries():
     return [path for path in unpacked if not Path("/", path.relative_to(UNPACKED)).exists()]
 
 
-# An init must be process 1, in /proc too.
+# init must be process 1, and be so in /proc.
 UNSHARE = ("/usr/bin/unshare", "--pid", "--fork", "--kill-child", "--mount-proc")
 INIT = ("/usr/bin/env", "-i", *UNSHARE, "/sbin/init")
 
@@ -437,7 +437,7 @@ def test_copying_over_ssh_fails(ssh):
 
 
 def test_copying_over_ssh_works_with_another_shell(device):
-    """So it is the shell that makes them fail."""
+    """Shows that it is the shell that makes them fail."""
     ssh = SshDevice(device, "openssh")
     ssh.add_account(recipe("/etc/passwd", "operator"))
     assert try_to_copy(ssh) == (list(COPIES), list(COPIES))

@@ -4,8 +4,8 @@ import pytest
 
 from console import GREETING, PROMPT, SAVE_FILE
 
-UP = b"\x10"  # Ctrl-P recalls the line before
-NEXT_LITERAL = b"\x16"  # Ctrl-V takes the next key as it is
+UP = b"\x10"  # Ctrl-P recalls the previous line
+NEXT_LITERAL = b"\x16"  # Ctrl-V takes the next key literally
 HELP_FOR_HELP = b"\nhelp\t\tDisplay the help.\n\n"
 
 
@@ -16,7 +16,7 @@ def console(device):
 
 
 def saved(device, console):
-    """Saves. Returns the settings that were pending."""
+    """Types save. Returns the settings that were pending."""
     assert console.command(b"save") == b""
     version, *settings = device.read(SAVE_FILE).split(b"\n")
     assert version == b"VERSION=2.1.4"

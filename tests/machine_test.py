@@ -36,7 +36,7 @@ class Line(Console):
         self._exchange_start = self._shown.tell()
         self._child = machine.line
 
-    def meet_the_login(self):
+    def expect_login(self):
         self.read_until(GREETING)
         self.log_in()
 
@@ -51,9 +51,9 @@ class Line(Console):
 
 @pytest.fixture(name="line")
 def fixture_line(machine):
-    """The line of a machine just booted, with the administrator logged in."""
+    """Returns the line of a machine just booted, with the administrator logged in."""
     line = Line(machine)
-    line.meet_the_login()
+    line.expect_login()
     return line
 
 
@@ -96,7 +96,7 @@ def test_shell_is_the_first_process_of_its_session_on_the_serial_line(machine, l
 @pytest.mark.parametrize("end", [b"exit\r", b"\x04"])
 def test_next_administrator_gets_the_login_after_the_end_of_a_session(machine, line, end):
     line.type(end)
-    line.meet_the_login()
+    line.expect_login()
     assert logouts(machine) == 1
 
 
@@ -107,7 +107,7 @@ def test_next_administrator_gets_the_login_after_three_wrong_passwords(machine):
         line.attempt(b"admin", b"wrong")
     line.exchange(b"admin", b"Password: ")
     line.enter(b"wrong")
-    line.meet_the_login()
+    line.expect_login()
     assert logouts(machine) == 1
 
 
@@ -118,8 +118,8 @@ def test_next_administrator_gets_the_login_after_three_wrong_passwords(machine):
 class State:
     """How to take a session to a state, and from there back to its prompt."""
 
-    bring_about: Callable
-    go_on: Callable
+    enter: Callable
+    leave: Callable
     program: str = ""  # the program that runs in this state
     in_login: bool = False
 
@@ -233,7 +233,7 @@ INTERRUPTED = {
 @pytest.mark.parametrize("state", [state for state in STATES if not STATES[state].program])
 def test_keys_leave_the_session_and_its_settings_as_they_are(machine, state):
     line = Line(machine)
-    STATES[state].bring_about(machine, line)
+    STATES[state].enter(machine, line)
     shell = shell_of(machine)
     for key, shown in KEYS.items():
         line.type(key)
@@ -245,7 +245,7 @@ def test_keys_leave_the_session_and_its_settings_as_they_are(machine, state):
 @pytest.mark.parametrize("state", INTERRUPTED)
 def test_interrupt_drops_what_is_typed_and_keeps_the_settings(machine, state):
     line = Line(machine)
-    STATES[state].bring_about(machine, line)
+    STATES[state].enter(machine, line)
     shell = shell_of(machine)
     shown, typed = INTERRUPTED[state]
     line.type(b"\x03")
@@ -263,7 +263,7 @@ def test_interrupt_drops_what_is_typed_and_keeps_the_settings(machine, state):
 def test_pasted_settings_are_saved_whole(machine_room, term):
     machine = machine_room.boot(term=term)
     line = Line(machine)
-    line.meet_the_login()
+    line.expect_login()
     names = [b"part.%02d" % number for number in range(100)]
     line.type(b"".join(name + b"=1\r" for name in names) + b"save\r")
     answer = line.read_until(b"No settings saved\n")
@@ -275,9 +275,9 @@ def test_pasted_settings_are_saved_whole(machine_room, term):
 @pytest.mark.parametrize("state", [state for state in STATES if STATES[state].program])
 def test_keys_end_a_program_and_not_the_session(machine, state, key):
     line = Line(machine)
-    STATES[state].bring_about(machine, line)
+    STATES[state].enter(machine, line)
     shell = shell_of(machine)
-    # Nothing could bring a stopped program back to the foreground.
+    # Ctrl-Z is ignored: nothing could bring a stopped program back to the foreground.
     line.type(b"\x1a")
     line.read_until(b"^Z")
     assert machine.sh(f"pidof {STATES[state].program}")
@@ -286,7 +286,7 @@ def test_keys_end_a_program_and_not_the_session(machine, state, key):
 
 
 def assert_session_goes_on(machine, line, state, shell):
-    STATES[state].go_on(line)
+    STATES[state].leave(line)
     assert shell_of(machine) == shell
     assert not machine.sh("pidof sleep cat wput")
     if not STATES[state].in_login:
@@ -297,10 +297,10 @@ def assert_session_goes_on(machine, line, state, shell):
 @pytest.mark.parametrize("state", STATES)
 def test_lost_carrier_ends_the_session_and_the_next_administrator_gets_the_login(machine, state):
     line = Line(machine)
-    STATES[state].bring_about(machine, line)
+    STATES[state].enter(machine, line)
     shell = shell_of(machine)
     machine.lose_carrier()
-    line.meet_the_login()
+    line.expect_login()
     assert shell_of(machine) not in ("", shell)
     assert not machine.sh("pidof sleep cat wput")
     assert logouts(machine) == 1
@@ -327,7 +327,7 @@ def test_restore_restarts_the_machine_with_the_restored_settings(machine, line):
     transfer(line, b"restore", name.encode())
     line.read_until(b"Configuration restore finished.!\nRebooting...\n")
     machine.wait_until_ready()
-    line.meet_the_login()
+    line.expect_login()
     assert machine.sh("cat /proc/sys/kernel/random/boot_id") != boot
     assert b"\ndns.domain=example.net\n" in line.command(b"get dns")
 
@@ -382,7 +382,7 @@ def test_session_is_played_on_the_serial_line(machine_room, tmp_path):
     seen = b"\n" + GREETING + b"Username: admin\nPassword: \n\n" + PROMPT
     saved = b"sip.local_port=5071\n" + PROMPT + b"save\n1 setting saved\n" + PROMPT + b"exit\n"
     assert play(*login, b"sip.local_port=5071", b"save", b"exit") == (0, seen + saved)
-    # Settings survive the machine, and the session ends with the file.
+    # Settings survive a restart of the machine, and the session ends at the end of the file.
     status, shown = play(*login, b"get sip")
     assert (status, b"\nsip.local_port=5071\n" in shown) == (0, True)
     status, shown = play(*login, b"get sip", options=["--fresh"])

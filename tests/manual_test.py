@@ -12,7 +12,7 @@ PAGE = SOURCE_DIR / "docs/tessel.8"
 GUIDE = SOURCE_DIR / "docs/integration.md"
 PRODUCT_FOLDERS = ("shell", "console", "config", "catalogue", "session", "cgi", "save", "backup", "logs")
 
-# Texts in the code that are not messages or paths and that no other program or file sees.
+# Texts in the code that are neither messages nor paths, and that no other program or file sees.
 NOT_FOR_READERS = {
     "r",
     "w",  # how a file is opened
@@ -85,7 +85,7 @@ def test_mandoc_reports_nothing():
     done = programs.run(
         ["mandoc", "-T", "lint", PAGE], capture_output=True, text=True, check=False
     )
-    # It does not matter which other pages this machine has.
+    # Which other manual pages this machine has does not matter.
     messages = [
         line
         for line in (done.stdout + done.stderr).splitlines()
@@ -170,10 +170,10 @@ def play(console, example, password=PASSWORD):
 
 
 def test_the_examples_are_what_the_gateway_shows(device):
-    """One after the other, on one device."""
+    """They are played one after the other, on one device."""
     assert len(examples()) == 4
     for example in examples():
-        assert "\\" not in example, "the examples are shown as they stand"
+        assert "\\" not in example, "an example with an escape would need to be formatted"
         name = re.search(r"nightly/(config_\S+\.bin)", example)
         if name:
             (backup,) = device.path("/home/backup/nightly").iterdir()

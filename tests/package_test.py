@@ -162,7 +162,7 @@ def test_the_program_needs_no_more_than_readline_and_the_c_library(build):
 
 
 def test_the_same_sources_in_another_folder_make_the_same_program(build):
-    """Whichever way it is linked."""
+    """With the C++ library linked in, and with the shared one."""
     here = WORK / "here"
     environment = {name: value for name, value in os.environ.items() if not name.endswith("FLAGS")}
 
@@ -276,7 +276,7 @@ def test_install_honours_other_folders(build, tmp_path):
 
 
 def test_the_same_sources_make_the_same_packages(archive, build, package):
-    """Even when the files have other times."""
+    """Even if the files' times differ."""
     for path in (build / "tessel", *(WORK / "source").rglob("*")):
         os.utime(path, (LONG_AGO, LONG_AGO))
     again = WORK / "again"

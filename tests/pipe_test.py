@@ -221,7 +221,7 @@ def test_order_of_a_transfer_in_one_pipe(device):
     )
 
 
-# A file of typed lines. If there is a terminal, the password is read from it.
+# Sessions from a file. If there is a terminal, the password is read from it.
 
 TYPED = b"help exit\na=1\nsave\nshow cm\n"
 ANSWER = (

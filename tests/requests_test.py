@@ -1,4 +1,4 @@
-"""The FastCGI client's whole environment, and what is left of it afterwards."""
+"""The FastCGI client's whole environment, and that none of it is left after a request."""
 
 import pytest
 

@@ -9,7 +9,7 @@ VERSION_FILE = "/etc/version.txt"
 
 
 def shown(device, answer, setting=b"a=1"):
-    """Returns what save prints for this answer of the back end."""
+    """Returns what save prints when the back end gives this answer."""
     device.record_requests(answer=answer)
     console = device.log_in()
     console.command(setting)
@@ -199,7 +199,7 @@ def test_status_of_the_client_does_not_matter(device):
         (b"##END", b"#"),
         (b"#error #Val #msg #end # ERROR", b"#error #Val #msg #end # ERROR"),
         (b"#ERRORS", b"Error in S"),
-        # An earlier rule does not see the result of a later one
+        # Replacements are made in a fixed order, so an earlier one does not see the result of a later one
         (b"#VA#ENDL", b"#VAL"),
         (b"#ERR#ENDOR", b"#ERROR"),
         (b"#E#ENDND", b"#END"),

@@ -221,7 +221,7 @@ def test_history_keys_bring_back_no_password(device):
     assert transfer(console, b"backup", user=b"me", password=b"second-secret") == BACKUP_FINISHED
     assert transfer(console, b"restore", user=b"me", password=b"third-secret") == RESTORE_FINISHED
     assert console.command(b"help exit") == b"\nexit\t\tExit tessel.\n\n"
-    # Also at a question, and further back than the history goes.
+    # At a question too, and further back than the history goes.
     console.enter(b"backup")
     console.read_until(questions(b"backup")[0])
     for _ in questions(b"backup")[1:]:

@@ -99,7 +99,7 @@ def meant_address(direction, case):
 
 
 def words(shell, lines):
-    """Returns the words that the interpreter makes of each line. It finds no programs to run."""
+    """Returns the words into which the interpreter splits each line. It finds no programs to run."""
     script = b"p() { printf '%s\\0' \"$@\" ''; }\n" + b"".join(b"p " + line + b"\n" for line in lines)
     with tempfile.NamedTemporaryFile() as file:  # standard input would be read byte by byte
         file.write(script)
@@ -172,7 +172,7 @@ def test_interpreter_sees_the_intended_words(place, direction):
     assert count == sum(len(CHARACTERS) ** length for length in range(LENGTH + 1))
 
 
-# Answers with which wput runs its input command.
+# Answers for which wput gets as far as running its input command.
 REACHING = (
     {"user": "X"},
     {"password": "X"},

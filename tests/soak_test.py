@@ -7,8 +7,8 @@ from console import ENVIRONMENT, PROMPT
 
 COMMANDS = 10_000
 WARM_UP = 1_000
-# Bytes that the line editor's history takes for a line: a block each for the line, a time and an entry,
-# and room in a list that doubles.
+# Bytes that a line takes in the line editor's history: a block each for the line, its time and its entry,
+# and space in an array that doubles in size.
 HISTORY = 128
 PAGE = 4096
 PATIENCE = 600
@@ -38,7 +38,7 @@ ROUND = [
 BACKUP = [b"backup", b"10.0.0.1", b"21", b"/b", b"user", b"secret"]
 RESTORE = [b"restore", b"10.0.0.1", b"21", b"/b", b"user", b"secret"]
 
-# Records memory, open files and children of the shell that has requested the part "measured".
+# When the part "measured" is requested, records the shell's memory, open files and children.
 CLIENT = rb"""
 case $QUERY_STRING in
 *parampattern=measured)
@@ -49,7 +49,7 @@ case $QUERY_STRING in
         while read -r key value rest; do
             [ "$key" != VmRSS: ] || resident=$value
         done <"$process/status"
-        # The shell runs on while this does, and closes what it started this with.
+        # The shell continues meanwhile, and closes the descriptors with which it started this client.
         tries=0
         while set -- "$process"/fd/* && [ $# -gt 5 ] && [ $tries -lt 1000 ]; do
             /usr/bin/sleep 0.01
@@ -116,7 +116,7 @@ def test_ten_thousand_commands_leak_no_memory_files_or_children(device):
     notes = device.read("/record/measured").splitlines()
     warm, end = (Held(*map(int, note.split())) for note in notes)
     assert (warm.children, end.children) == (1, 1)
-    # The standard streams, the folder that keeps a session's turn, and the pipe to the client.
+    # The standard streams, the folder on which the turn's lock is held, and the pipe to the client.
     assert (warm.descriptors, end.descriptors) == (5, 5)
     grown = 1024 * (end.resident - warm.resident)
     assert grown <= HISTORY * (len(lines) - WARM_UP) + 16 * PAGE, f"{warm} has become {end}"

@@ -56,7 +56,7 @@ def environment(term):
 
 
 def printed_without_a_terminal(device):
-    """Returns what each command prints when the session is fed by a pipe."""
+    """Returns what each command prints in a session through a pipe."""
     output = device.run(LOGIN + b"".join(line + b"\n" for line in COMMANDS)).output
     _, *exchanges = output.split(b"\n" + PROMPT)
     printed = []
@@ -68,7 +68,7 @@ def printed_without_a_terminal(device):
 
 
 def is_editing(console):
-    """Whether the line editor controls the terminal and does the echo."""
+    """Returns whether the line editor controls the terminal and does the echo."""
     return not console.modes()[3] & termios.ICANON
 
 

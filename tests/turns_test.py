@@ -22,7 +22,7 @@ BACK_END = (
     b'echo "${QUERY_STRING##*=} it is" >>' + SUMMARY_FILE.encode() + b"; sleep .01 ;;\n"
     b"esac\n"
 )
-# All sessions at once, and meanwhile others that are stopped for a moment and then killed.
+# All sessions run at once; meanwhile, others are stopped for a moment and then killed.
 SCRIPT = f"""
 sessions=
 for n in $(seq 0 {SESSIONS - 1}); do
@@ -43,7 +43,7 @@ kill $killer
 
 @contextlib.contextmanager
 def turn(device):
-    """Holds the turn, as another session would. Yields while it does."""
+    """Holds the turn, as another session would, within a with statement."""
     folder = os.open(device.path("/tmp"), os.O_RDONLY)
     try:
         fcntl.flock(folder, fcntl.LOCK_EX)

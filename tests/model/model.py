@@ -491,7 +491,7 @@ class Shell:
 
 
 def has_line_end(address):
-    """Whether the address contains a line end, as typed or decoded once or twice."""
+    """Returns whether the address contains a line end, as typed or decoded once or twice."""
     once = unquote_to_bytes(address)
     return bool(set(address + once + unquote_to_bytes(once)) & set(b"\r\n\0"))
 

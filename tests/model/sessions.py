@@ -28,12 +28,12 @@ SELDOM = ["usual"] * 19 + ["unusual"]
 
 
 def mostly(usual, unusual):
-    """The usual three times out of four."""
+    """Draws from usual three times out of four, otherwise from unusual."""
     return st.integers(0, 3).flatmap(lambda n: unusual if n == 3 else usual)
 
 
 def nearly_always(usual, unusual):
-    """The usual fifteen times out of sixteen."""
+    """Draws from usual fifteen times out of sixteen, otherwise from unusual."""
     return mostly(usual, mostly(usual, unusual))
 
 
@@ -254,7 +254,7 @@ def one_of_these_or(names, others):
 
 
 def lines(general, per_extension, extensions):
-    """Lines typed at the prompt of a device that has these parts and extensions."""
+    """Returns lines typed at the prompt of a device that has these parts and extensions."""
     general = one_of_these_or(general, part)
     per_extension = one_of_these_or(per_extension, part)
     extension = one_of_these_or(extensions, pick(EXTENSIONS))
