@@ -6,23 +6,9 @@
 #include <cstdio>
 #include <cstring>
 
-namespace {
-
-bool is_blank(char c) {
-    return c == ' ' || c == '\t';
-}
-
-}  // namespace
-
 char* trim_blanks(char* text) {
-    while (is_blank(*text)) {
-        ++text;
-    }
-    char* end = text + std::strlen(text);
-    while (end > text && is_blank(end[-1])) {
-        --end;
-    }
-    *end = '\0';
+    text += std::strspn(text, BLANKS);
+    text[std::string_view(text).find_last_not_of(BLANKS) + 1] = '\0';  // npos + 1 is 0
     return text;
 }
 

@@ -5,8 +5,10 @@
 #include <string>
 #include <string_view>
 
-/// Removes trailing spaces and tabs in place and returns a pointer past the leading ones. No other
-/// character counts as blank.
+/// The characters that count as blank on a typed line.
+constexpr const char* BLANKS = " \t";
+
+/// Removes trailing blanks in place and returns a pointer past the leading ones.
 char* trim_blanks(char* text);
 
 /// "ERROR: " followed by the message.

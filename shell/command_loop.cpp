@@ -30,8 +30,8 @@ int queue_setting(const char* word) noexcept try {
 }  // namespace
 
 int dispatch_line(char* line) {
-    char* word = line + std::strspn(line, " \t");
-    char* rest = word + std::strcspn(word, " \t");
+    char* word = line + std::strspn(line, BLANKS);
+    char* rest = word + std::strcspn(word, BLANKS);
     if (*rest != '\0') {
         *rest++ = '\0';
     }
@@ -39,7 +39,7 @@ int dispatch_line(char* line) {
     if (command == nullptr) {
         return queue_setting(word);
     }
-    return command->handler(rest + std::strspn(rest, " \t"));
+    return command->handler(rest + std::strspn(rest, BLANKS));
 }
 
 int run_command_loop() {
