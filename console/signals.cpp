@@ -41,14 +41,6 @@ void hang_up(int signal) {
     }
 }
 
-void handle(int signal, void (*handler)(int)) {
-    struct sigaction action = {};
-    action.sa_handler = handler;
-    action.sa_flags = SA_RESTART;
-    sigemptyset(&action.sa_mask);
-    sigaction(signal, &action, nullptr);
-}
-
 }  // namespace
 
 void install_signal_handlers() {
@@ -57,16 +49,17 @@ void install_signal_handlers() {
     event.sigev_signo = SIGTERM;
     has_reminder = timer_create(CLOCK_MONOTONIC, &event, &reminder) == 0;
 
-    // Handlers, not SIG_IGN: exec resets them to the default action.
+    // Handlers, not SIG_IGN: exec resets them to the default action. On Linux, signal lets
+    // interrupted calls continue.
     for (const int signal : {SIGINT, SIGQUIT, SIGPIPE, SIGXFSZ}) {
-        handle(signal, ignore_signal);
+        std::signal(signal, ignore_signal);
     }
-    handle(SIGTERM, request_end);
-    handle(SIGHUP, hang_up);
+    std::signal(SIGTERM, request_end);
+    std::signal(SIGHUP, hang_up);
 }
 
 void ignore_hang_ups() {
-    handle(SIGHUP, SIG_IGN);
+    std::signal(SIGHUP, SIG_IGN);
 }
 
 bool end_requested() {

@@ -371,7 +371,7 @@ failure("localtime", "every", "EINVAL", NO_BACKUP)
 failure("timer_create", 1, "EAGAIN ENOMEM", UNCHANGED)
 failure("timer_create", "every", "EAGAIN", UNCHANGED)
 for which in (1, 2, "every"):
-    failure("sigaction", which, "EINVAL", UNCHANGED)
+    failure("signal", which, "EINVAL", UNCHANGED)
 for which in (1, 2):
     failure("fflush", which, "EIO ENOSPC EINTR", UNCHANGED)
 LISTED = b"sip (SIP settings)\nforward (Call forwarding)\n"

@@ -393,12 +393,11 @@ int pselect(int count, fd_set* reading, fd_set* writing, fd_set* other, const ti
         count, reading, writing, other, timeout, mask);
 }
 
-int sigaction(int signal, const struct sigaction* action, struct sigaction* old) noexcept {
-    if (fails("sigaction", __builtin_return_address(0))) {
-        return -1;
+sighandler_t signal(int number, sighandler_t handler) noexcept {
+    if (fails("signal", __builtin_return_address(0))) {
+        return SIG_ERR;
     }
-    return real<int(int, const struct sigaction*, struct sigaction*)>("sigaction")(signal, action,
-                                                                                   old);
+    return real<sighandler_t(int, sighandler_t)>("signal")(number, handler);
 }
 
 int timer_create(clockid_t clock, struct sigevent* event, timer_t* timer) noexcept {
