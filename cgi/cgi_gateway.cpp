@@ -16,36 +16,31 @@ struct PipeCloser {
 };
 
 // Keeps the request's variables in the shell's own environment while this object lives.
-class CgiRequest {
-  public:
-    explicit CgiRequest(bool has_query) : has_query_(has_query) {}
+struct CgiRequest {
     ~CgiRequest() {
         unsetenv("REQUEST_METHOD");
         unsetenv("PATH_INFO");
-        if (has_query_) {
+        if (has_query) {
             unsetenv("QUERY_STRING");
         }
         unsetenv("REMOTE_ADDR");
         unsetenv("CONTENT_TYPE");
     }
-    CgiRequest(const CgiRequest&) = delete;
-    CgiRequest& operator=(const CgiRequest&) = delete;
 
     // An incomplete query must not reach the back end; an incomplete logout may still work.
     void set(const char* variable, const char* value) const {
-        if (setenv(variable, value, 1) != 0 && has_query_) {
+        if (setenv(variable, value, 1) != 0 && has_query) {
             throw std::bad_alloc();
         }
     }
 
-  private:
-    bool has_query_;
+    const bool has_query;
 };
 
 }  // namespace
 
 int run_cgi_program(const std::string& cgi_name, const char* query, CgiConsumer consumer) {
-    const CgiRequest request(query != NO_QUERY);
+    const CgiRequest request = {query != NO_QUERY};
     request.set("REQUEST_METHOD", "GET");
     request.set("PATH_INFO", cgi_name.c_str());
     if (query != NO_QUERY) {

@@ -12,27 +12,19 @@
 namespace {
 
 constexpr const char* SUMMARY_PROGRAM = "getconfsummary.cgi";
-constexpr const char* SUMMARY_ACTION = "Start generating a legible configuration file";
+constexpr const char* SUMMARY_ACTION = "cgiaction=Start generating a legible configuration file";
 constexpr const char* SUMMARY_PATH = "/tmp/script_legconftmp.txt";
 constexpr std::string_view VERSION_WORD = "VERSION";
 constexpr std::size_t NOWHERE = std::string_view::npos;
 constexpr std::size_t PIECE_SIZE = 255;  // bytes held in memory at a time
 
 std::string summary_query(const std::string& name, const std::string& extension) {
-    std::string query = "cgiaction=";
-    query.append(SUMMARY_ACTION);
+    std::string query = SUMMARY_ACTION;
     if (extension.empty()) {
         return query.append("&parampattern=").append(name);
     }
     query.append("&cgiDescription=").append(_gExtensionConfParts.at(name));
     return query.append("&extensionName=").append(extension);
-}
-
-// Returns what follows the line of the version word, or the whole piece if that line does not end
-// in it.
-std::string_view after_version_line(std::string_view piece, std::size_t version) {
-    const std::size_t line_feed = piece.find('\n', version);
-    return line_feed == NOWHERE ? piece : piece.substr(line_feed + 1);
 }
 
 }  // namespace
@@ -50,7 +42,8 @@ void print_without_version(const char* path) {
         std::string_view piece = buffer.data();  // up to the first NUL
         const std::size_t version = version_passed ? NOWHERE : piece.find(VERSION_WORD);
         if (version != NOWHERE) {
-            piece = after_version_line(piece, version);
+            // The whole piece stays if the line does not end in it: NOWHERE + 1 is 0.
+            piece.remove_prefix(piece.find('\n', version) + 1);
             version_passed = true;
         }
         print_now(piece);
