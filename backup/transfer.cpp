@@ -21,12 +21,18 @@ constexpr std::string_view BACKUP_HEAD = "wput -B -t 3 -I \"backupconfig -b -d s
 constexpr std::string_view BACKUP_TAIL = " > /tmp/auto-backup.log 2>&1";
 
 constexpr std::string_view SCHEME = "ftp://";
+constexpr std::size_t NOWHERE = std::string_view::npos;
 
-// Characters that stay special inside double quotes.
+// Characters that stay special inside double quotes, and their escapes in an address.
 constexpr std::string_view ACTIVE_CHARACTERS = "$`\"\\";
+constexpr std::string_view ACTIVE_ESCAPES[] = {"%24", "%60", "%22", "%5C"};
 
-// Characters, besides letters and digits, that /bin/sh takes as they are without quotes.
-constexpr std::string_view SAFE_CHARACTERS = "@%+=:,./-_~";
+// Characters that end an FTP command, or the text that a client puts into one.
+constexpr std::string_view LINE_ENDS("\r\n\0", 3);
+
+// Characters that /bin/sh takes as they are without quotes.
+constexpr std::string_view SAFE_CHARACTERS =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789@%+=:,./-_~";
 
 Secret ftp_address(const TransferParameters& parameters, const std::string& file_name,
                    Direction direction) {
@@ -77,17 +83,11 @@ Secret all_decoded(std::string_view text) {
     return result;
 }
 
-// Characters that end an FTP command, or the text that a client puts into one.
-bool is_line_end(char c) {
-    return c == '\r' || c == '\n' || c == '\0';
-}
-
 // Whether anything in the address would make a client send more than one line. wput decodes an
-// address once, wget twice if the locale is not UTF-8.
+// address once, wget twice if the locale is not UTF-8. Decoding keeps literal line ends.
 bool has_line_end(std::string_view address) {
     const Secret decoded_twice = all_decoded(all_decoded(address).view());
-    const std::string_view text = decoded_twice.view();  // decoding keeps literal line ends
-    return std::any_of(text.begin(), text.end(), is_line_end);
+    return decoded_twice.view().find_first_of(LINE_ENDS) != NOWHERE;
 }
 
 // Defuses line ends and escapes, so that the transfer fails: wput refuses an address with an
@@ -96,29 +96,20 @@ Secret without_line_ends(std::string_view address, Direction direction) {
     constexpr std::string_view PERCENT = "%2525";  // still an escape after one decoding
     Secret result;
     for (const char c : address) {
-        result.append(c == '%' || is_line_end(c) ? PERCENT : std::string_view(&c, 1));
+        const bool is_harmful = c == '%' || LINE_ENDS.find(c) != NOWHERE;
+        result.append(is_harmful ? PERCENT : std::string_view(&c, 1));
     }
     result.append(direction == Direction::BACKUP ? "%" : PERCENT);
     return result;
 }
 
-bool is_active(char c) {
-    return ACTIVE_CHARACTERS.find(c) != std::string_view::npos;
-}
-
 // For text that wput passes on unchanged: escapes active characters, which reach the FTP server
 // decoded.
 Secret escaped(std::string_view text) {
-    constexpr std::string_view DIGITS = "0123456789ABCDEF";
     Secret result;
     for (const char c : text) {
-        if (is_active(c)) {
-            const auto value = static_cast<unsigned char>(c);
-            result.append("%").append(DIGITS.substr(value / 16, 1));
-            result.append(DIGITS.substr(value % 16, 1));
-        } else {
-            result.append({&c, 1});
-        }
+        const std::size_t active = ACTIVE_CHARACTERS.find(c);
+        result.append(active == NOWHERE ? std::string_view(&c, 1) : ACTIVE_ESCAPES[active]);
     }
     return result;
 }
@@ -130,7 +121,8 @@ Secret escaped_twice(std::string_view text) {
     const Secret once = escaped(text);
     Secret result;
     for (std::string_view rest = once.view(); !rest.empty(); rest.remove_prefix(1)) {
-        const bool is_harmful = rest.front() == '%' && is_active(decoded(rest).value_or('$'));
+        const bool is_harmful =
+            rest.front() == '%' && ACTIVE_CHARACTERS.find(decoded(rest).value_or('$')) != NOWHERE;
         result.append(is_harmful ? "%25" : rest.substr(0, 1));
     }
     return result;
@@ -143,27 +135,18 @@ Secret disarmed(std::string_view address) {
     Secret result(SCHEME);
     address.remove_prefix(SCHEME.size());
     const std::string_view authority = address.substr(0, address.find('/'));
-    const std::size_t at = authority.rfind('@');
-    const std::size_t colon = authority.find(':');
-    if (at != std::string_view::npos && colon < at) {
-        result.append(escaped_twice(authority.substr(0, colon)).view());
-        result.append(authority.substr(colon, at - colon));
-        result.append(escaped_twice(authority.substr(at)).view());
-    } else {
-        result.append(escaped_twice(authority).view());
-    }
+    const std::size_t server = authority.rfind('@') + 1;  // 0 without a user: NOWHERE + 1 is 0
+    const std::size_t user_end = std::min(authority.find(':'), server);
+    result.append(escaped_twice(authority.substr(0, user_end)).view());
+    result.append(authority.substr(user_end, server - user_end));
+    result.append(escaped_twice(authority.substr(server)).view());
     result.append(escaped(address.substr(authority.size())).view());
     return result;
 }
 
-bool is_safe(char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-           SAFE_CHARACTERS.find(c) != std::string_view::npos;
-}
-
 // Quotes a word for /bin/sh if anything in it needs quoting.
 Secret quoted(std::string_view word) {
-    if (std::all_of(word.begin(), word.end(), is_safe)) {
+    if (word.find_first_not_of(SAFE_CHARACTERS) == NOWHERE) {
         return Secret(word);
     }
     Secret result("'");
@@ -176,7 +159,8 @@ Secret quoted(std::string_view word) {
 
 // Returns false if Ctrl-C cancels the question.
 bool ask(const char* prompt, std::string& answer) {
-    answer = read_answer(prompt).value_or("");
+    const LineBuffer line = read_line(prompt);
+    answer = line ? line.get() : "";
     return !called_off();
 }
 

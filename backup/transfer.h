@@ -10,10 +10,7 @@ enum class Direction { BACKUP, RESTORE };
 
 /// The administrator's answers, each exactly as typed. Wiped on destruction.
 struct TransferParameters {
-    TransferParameters() = default;
     ~TransferParameters();
-    TransferParameters(const TransferParameters&) = delete;
-    TransferParameters& operator=(const TransferParameters&) = delete;
 
     std::string server;    ///< host name or address
     std::string port;      ///< empty for the FTP client's default

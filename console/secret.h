@@ -8,16 +8,14 @@
 /// Overwrites a text, its spare capacity included, and leaves it empty.
 void wipe(std::string& text);
 
-/// A string that leaves no copy in memory when it grows or is destroyed.
+/// A string that leaves no copy in memory when it grows or is destroyed. It can be moved but, like
+/// any class with a move constructor alone, neither copied nor assigned.
 class Secret {
   public:
     Secret() = default;
     explicit Secret(std::string_view text);
     ~Secret();
     Secret(Secret&&) = default;  // the destructor wipes what is left in the source
-    Secret(const Secret&) = delete;
-    Secret& operator=(const Secret&) = delete;
-    Secret& operator=(Secret&&) = delete;
 
     Secret& append(std::string_view more);
     void clear();

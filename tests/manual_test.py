@@ -21,8 +21,13 @@ NOT_FOR_READERS = {
     "%",
     "%25",
     "%2525",
-    '$`"\\',  # quoting an address
-    "0123456789ABCDEF",
+    '$`"\\',
+    "%24",
+    "%60",
+    "%22",
+    "%5C",
+    "\r\n\0",
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789@%+=:,./-_~",  # quoting an address
     "{\n",
     "}\n",  # section marks, with the end of the line
     "#",
@@ -46,7 +51,7 @@ EMPTY = {"", "\n", "\n\n", " "}
 # The other alternatives match comments and characters, so that no quote in them begins a literal.
 TOKEN = re.compile(r"//[^\n]*|/\*.*?\*/|'(?:\\.|[^'\\])+'|\"((?:\\.|[^\"\\\n])*)\"", re.DOTALL)
 JOINT = re.compile(r"\"\s*\n\s*\"")
-ESCAPES = {"n": "\n", "t": "\t", "0": "\0", '"': '"', "\\": "\\", "'": "'"}
+ESCAPES = {"n": "\n", "r": "\r", "t": "\t", "0": "\0", '"': '"', "\\": "\\", "'": "'"}
 CONVERSION = re.compile(r"%\d*[sd]")
 
 
