@@ -12,7 +12,6 @@
 #include <readline/readline.h>
 #include <readline/tilde.h>
 
-#include "console/getpass.h"
 #include "console/signals.h"
 #include "console/text.h"
 
@@ -79,16 +78,12 @@ int start_editing() {
     return 0;
 }
 
-int do_nothing(int /*count*/, int /*key*/) {
-    return 0;
-}
-
 // Called each time the editor takes the terminal: it may have read its start-up file since.
 void prepare_terminal(int meta_flag) {
     leave_vi_mode();
     rl_variable_bind("enable-bracketed-paste", "off");
     for (const char* mark : PASTE_MARKS) {  // another program may have turned them on
-        rl_bind_keyseq(mark, do_nothing);
+        rl_bind_keyseq(mark, [](int, int) { return 0; });
     }
     rl_prep_terminal(meta_flag);
     termios modes = {};
@@ -104,8 +99,6 @@ char* keep_tilde(char* name) {
     return strdup(("~" + std::string(name)).c_str());
 }
 
-void show_nothing() {}
-
 // When a terminal hangs up, the editor returns what was typed so far, and half a command must not
 // run. The kernel may not have signalled this process.
 bool session_is_over() {
@@ -117,12 +110,8 @@ bool session_is_over() {
 
 }  // namespace
 
-void prepare_streams() {
-    input_is_terminal = isatty(STDIN_FILENO) != 0;
-    std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
-}
-
 void protect_line_editor() {
+    input_is_terminal = isatty(STDIN_FILENO) != 0;
     rl_getc_function = read_key;
     rl_prep_term_function = prepare_terminal;
     rl_pre_input_hook = start_editing;
@@ -131,7 +120,7 @@ void protect_line_editor() {
 
 void init_line_editor() {
     // Discards keyboard macros, which may hold what was typed before the login.
-    rl_redisplay_function = show_nothing;
+    rl_redisplay_function = [] {};
     rl_free_line_state();
     tilde_expansion_preexpansion_hook = nullptr;
     rl_readline_name = PROMPT;
@@ -146,7 +135,6 @@ LineBuffer read_line(const char* prompt) {
     rl_redisplay_function = rl_redisplay;
     LineBuffer line(readline(prompt));
     if (session_is_over()) {
-        line_was_dropped = false;
         return nullptr;
     }
     if (line_was_dropped) {
@@ -157,15 +145,7 @@ LineBuffer read_line(const char* prompt) {
 }
 
 bool called_off() {
-    return line_was_dropped;
-}
-
-std::optional<std::string> read_answer(const char* prompt) {
-    const LineBuffer line = read_line(prompt);
-    if (!line) {
-        return std::nullopt;
-    }
-    return line.get();
+    return line_was_dropped && !end_requested();
 }
 
 std::optional<Secret> read_password(const char* prompt) {
@@ -176,15 +156,14 @@ std::optional<Secret> read_password(const char* prompt) {
     }
     errno = 0;
     char* typed = getpass(prompt);
-    if (typed == nullptr) {
-        const bool interrupted = errno == EINTR;
-        line_was_dropped = !session_is_over() && interrupted;
-        return std::nullopt;
+    line_was_dropped = typed == nullptr && errno == EINTR;
+    std::optional<Secret> password;
+    if (typed != nullptr) {
+        password.emplace(typed);
+        explicit_bzero(typed, std::strlen(typed));
     }
-    Secret password(typed);
-    explicit_bzero(typed, std::strlen(typed));
     if (session_is_over()) {
-        return std::nullopt;
+        password.reset();
     }
     return password;
 }

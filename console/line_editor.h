@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <memory>
 #include <optional>
-#include <string>
 
 #include "console/secret.h"
 
@@ -19,9 +18,6 @@ using LineBuffer = std::unique_ptr<char, FreeDeleter>;
 /// The shell's prompt. Each question of backup and restore begins with it.
 constexpr const char* PROMPT = "tessel:> ";
 
-/// Makes standard output fully buffered, so that a flush is a single write even on a terminal.
-void prepare_streams();
-
 /// Makes keys harmless: pasted text counts as typed, no editor bug lets a key end the session, and
 /// no key reveals accounts before the login. Call before reading any input.
 void protect_line_editor();
@@ -30,12 +26,9 @@ void protect_line_editor();
 /// runs with the editor's defaults.
 void init_line_editor();
 
-/// Prompts for a line. Returns null at the end of input, on Ctrl-C, on a request to end the
-/// session, and if the terminal is lost in mid-line.
+/// Prompts for a line and returns it exactly as typed. Returns null at the end of input, on Ctrl-C,
+/// on a request to end the session, and if the terminal is lost in mid-line.
 LineBuffer read_line(const char* prompt);
-
-/// The same for an answer in a dialogue, exactly as typed.
-std::optional<std::string> read_answer(const char* prompt);
 
 /// Prompts for a secret without echo. Returns nothing on Ctrl-C, on a request to end the session,
 /// and if nothing can be read. Keeps no other copy.

@@ -40,9 +40,9 @@ TEST_F(LineEditorTest, CompletionOffersNothingAndLeavesTheRestToTheEditor) {
 
 TEST_F(LineEditorTest, AnswerIsExactlyWhatWasTypedAndNoneAtTheEndOfInput) {
     outside.lines = {" a b\t", "", std::nullopt};
-    EXPECT_EQ(read_answer("One: "), " a b\t");
-    EXPECT_EQ(read_answer("Two: "), "");
-    EXPECT_EQ(read_answer("Three: "), std::nullopt);
+    EXPECT_STREQ(read_line("One: ").get(), " a b\t");
+    EXPECT_STREQ(read_line("Two: ").get(), "");
+    EXPECT_EQ(read_line("Three: "), nullptr);
     EXPECT_EQ(outside.prompts, (std::vector<std::string>{"One: ", "Two: ", "Three: "}));
 }
 

@@ -41,14 +41,14 @@ bool credentials_match(const std::string& user, const std::string& password) try
 // answer was wrong. Ctrl-C starts again from the first.
 bool attempt_login() {
     while (true) {
-        const std::optional<std::string> user = read_answer("Username: ");
+        const LineBuffer user = read_line("Username: ");
         if (called_off()) {
             continue;
         }
         const std::optional<Secret> password = read_password("Password: ");
         if (!called_off()) {
             return user && password &&
-                   check_admin_credentials(*user, std::string(password->view())) == 1;
+                   check_admin_credentials(user.get(), std::string(password->view())) == 1;
         }
     }
 }

@@ -1,3 +1,5 @@
+#include <cstdio>
+
 #include "catalogue/menu_tree.h"
 #include "console/line_editor.h"
 #include "console/signals.h"
@@ -6,7 +8,8 @@
 
 // Arguments are ignored: a login shell may be started with any.
 int main() {
-    prepare_streams();
+    // Fully buffered, so that a flush is a single write even on a terminal.
+    std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
     protect_line_editor();
     install_signal_handlers();
     load_menu_tree();
