@@ -167,7 +167,7 @@ TEST(TransferCommand, EscapeOfAnActiveCharacterIsEscapedForABackup) {
     }
 }
 
-// At the very end, decoders differ in what they make of it.
+// Decoders differ in how they treat such a percent sign at the very end.
 TEST(TransferCommand, PercentSignWithoutItsTwoDigitsIsEscapedForABackup) {
     for (const std::string end : {"%", "%4", "%4x"}) {
         const std::string escaped = "u%25" + end.substr(1);
@@ -178,7 +178,7 @@ TEST(TransferCommand, PercentSignWithoutItsTwoDigitsIsEscapedForABackup) {
     }
 }
 
-// Everything that is a line end, or becomes one when an address is decoded once or twice, and its
+// Line ends, and texts that become one when an address is decoded once or twice, each with its
 // replacement.
 const std::vector<std::pair<std::string, std::string>> LINE_ENDS = {
     {"\n", "%2525"},

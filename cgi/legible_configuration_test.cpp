@@ -37,8 +37,8 @@ std::string x(std::size_t count) {
     return std::string(count, 'x');
 }
 
-// The rule in other words: split the file into pieces, cut each at its first NUL, keep of the first
-// piece with the word what follows the line feed after it, and join the pieces.
+// The same rule, written differently: split the file into pieces and cut each at its first NUL. Of
+// the first piece with the word, keep what follows the next line feed. Join the pieces.
 std::string expected_output(const std::string& text) {
     std::vector<std::string> pieces;
     for (std::size_t start = 0; start < text.size(); start += PIECE) {
@@ -61,8 +61,8 @@ std::string expected_output(const std::string& text) {
     return output;
 }
 
-// Of each file with one byte more, whichever it is, between two texts. The files are in memory,
-// since a disk takes its time for thousands.
+// Checks 256 files: the two texts with each possible byte between them. The files are in memory,
+// since thousands of them would take long on a disk.
 void expect_same_rule(const std::string& before, const std::string& after) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
         fdopen(memfd_create("summary", 0), "w"), std::fclose);
@@ -151,7 +151,7 @@ TEST_F(LegibleConfigurationTest, RandomFilesArePrintedByTheSameRule) {
     }
 }
 
-// Every byte in every place next to the border of two pieces, with and without a version before it.
+// Every byte at every position next to a piece boundary, with and without a version before it.
 TEST_F(LegibleConfigurationTest, AnyByteAtAPieceBoundaryIsPrintedByTheSameRule) {
     for (const std::string& start : {""s, "VERSION=1\n"s}) {
         for (const std::size_t place : {PIECE - 2, PIECE - 1, PIECE, PIECE + 1, 2 * PIECE - 2,
@@ -163,7 +163,7 @@ TEST_F(LegibleConfigurationTest, AnyByteAtAPieceBoundaryIsPrintedByTheSameRule) 
     }
 }
 
-// The word begins in every place next to the border, with every byte before or after it.
+// The word begins at every position next to a piece boundary, with every byte before or after it.
 TEST_F(LegibleConfigurationTest, AnyByteNextToAVersionAtAPieceBoundaryIsPrintedByTheSameRule) {
     for (std::size_t place = PIECE - 9; place <= PIECE + 1; ++place) {
         expect_same_rule(x(place - 1), "VERSION=1\na=1\n");

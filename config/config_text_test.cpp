@@ -58,7 +58,7 @@ std::string stripped(const std::string& line, char comment = '#') {
     return std::string(config_text::strip(line, comment));
 }
 
-// Generous: linear work takes a small part of it, quadratic work many times as much.
+// Generous: linear work takes a fraction of this, quadratic work many times as long.
 constexpr double CPU_LIMIT = 5;  // seconds
 
 double cpu_seconds() {

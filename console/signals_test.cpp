@@ -90,7 +90,7 @@ TEST_F(SignalsTest, HalfTypedAnswerIsDroppedAtARequestToEnd) {
     }
 }
 
-// Also if the request came before the wait began: it is repeated, more than once.
+// Even a request that comes before a wait interrupts it, and the next one, since it is repeated.
 TEST_F(SignalsTest, RequestToEndInterruptsEveryWait) {
     expect_in_child([] {
         install_signal_handlers();

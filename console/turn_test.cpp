@@ -10,7 +10,8 @@
 
 namespace {
 
-// While it is set, the lock is somebody else's at the first try, during which the signal comes.
+// If set, the first attempt to take the lock raises this signal and fails, as if another session
+// held the lock.
 int signal_at_first_try = 0;
 
 }  // namespace

@@ -31,7 +31,7 @@ class SaveTest : public OutsideTest {
     TemporaryFolder folder_;
 };
 
-// The device's version, or the marker where there is no version file, as on a development machine.
+// The version of this machine's version file, or the placeholder if, as usual, it has none.
 std::string version_line() {
     ConfigFile version_file("/etc/version.txt", false, false);
     version_file.ChangeSyntax(':', '\n', '#');
@@ -86,7 +86,7 @@ TEST(ReplaceAll, BeginsAtTheGivenPosition) {
     EXPECT_EQ(replaced("abab", "ab", "x", 1), "abx");
 }
 
-// Moving the rest of the text at each replacement would take many times as long.
+// If each replacement moved the rest of the text, this would take many times as long.
 TEST(ReplaceAll, TimeGrowsLinearlyWithTheText) {
     const std::size_t count = 1'500'000;
     const std::clock_t start = std::clock();
@@ -170,8 +170,8 @@ TEST_F(SaveTest, MarkersSplitBetweenTwoReadsAreFound) {
               std::string(250, 'x') + "Error in " + std::string(300, 'y') + "\nz\n");
 }
 
-// An answer with every marker, as its reader gets it: so many bytes first, the rest after that in
-// pieces of one size.
+// An answer with every marker, which arrives in pieces: the first of one size, the others of
+// another.
 constexpr std::string_view EVERY_MARKER =
     "#ERRORport#VAL99#MSGout of\\nrange#END\n#ERROR_GLOBAL#MSGdisk is full#END#VAL";
 
@@ -212,7 +212,7 @@ TEST(SaveAnswer, MarkersAreFoundInPiecesOfEverySize) {
     }
 }
 
-// A line is read in pieces of 254 bytes: their border in every place of the answer.
+// A line is read in pieces of 254 bytes; their boundary falls on every position of the answer.
 TEST(SaveAnswer, MarkersAreFoundWhereverALongLineIsCut) {
     const std::string words = rewritten(std::string(EVERY_MARKER));
     for (std::size_t before = 0; before <= 2 * 254; ++before) {

@@ -13,14 +13,13 @@ from machine import MACHINE_ONLY, NOT_ON_TARGET, MachineDevice, MachineRoom
 # The fixtures of tests that run the shell or its back end.
 GATEWAYS = {"bare_device", "device", "gateway", "sandbox"}
 
-
 # The files that take longest run first, so that the worker processes finish at about the same time.
 LONG = (
     "model", "package", "recipes", "login_ways", "keys", "turns", "soak", "builders", "injection", "ftp_answers",
     "failing_allocations", "secrets", "signals",
 )  # fmt: skip
-# {file: group}. The tests of a group run in one process, since they share something that is expensive,
-# or that cannot be made twice at once.
+# {file: group}. The tests of a group run in one process, since they share something that is expensive to
+# make, or cannot be made twice at the same time.
 TOGETHER = {
     "package_test.py": "package_test.py",
     "recipes_test.py": "package_test.py",
@@ -30,7 +29,8 @@ TOGETHER = {
 
 @pytest.hookimpl(tryfirst=True)  # xdist looks at the marks in its own
 def pytest_collection_modifyitems(items):
-    """Sorts the tests of several processes, and skips those that cannot run on the target, with the reason."""
+    """Sorts the tests if several processes run them. Skips those that cannot run on the target, giving the
+    reason."""
     if "PYTEST_XDIST_WORKER" in os.environ:
         ranks = {f"{name}_test.py": rank for rank, name in enumerate(LONG)}
         items.sort(key=lambda item: ranks.get(item.path.name, len(ranks)))
@@ -61,7 +61,7 @@ def pytest_sessionstart():
 
 @pytest.fixture(scope="session")
 def machine_room():
-    """Boots emulated machines."""
+    """Returns the MachineRoom, which boots emulated machines."""
     room = MachineRoom()
     yield room
     room.close()
@@ -69,7 +69,7 @@ def machine_room():
 
 @pytest.fixture
 def device(machine_room):
-    """A device with factory settings, on which nothing runs yet."""
+    """Returns a device with factory settings, on which nothing runs yet."""
     machine = machine_room.for_devices() if ON_MACHINE else None
     where = machine.share if machine else None
     with tempfile.TemporaryDirectory(prefix="tessel-test-", dir=where) as folder:
@@ -110,7 +110,7 @@ def pytest_runtest_logreport(report):
 
 
 def pytest_terminal_summary(terminalreporter):
-    """Prints what tests have measured."""
+    """Prints the figures that tests have recorded."""
     for report in terminalreporter.getreports("passed"):
         for name, value in report.user_properties:
             terminalreporter.write_line(f"{name}: {value}")

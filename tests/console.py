@@ -52,8 +52,8 @@ TARGET = os.environ.get("TESSEL_TARGET", "")
 ON_MACHINE = TARGET == "armhf"
 # Seconds until a missing answer is a failure.
 PATIENCE = int(os.environ.get("TESSEL_TEST_PATIENCE") or 20)
-# Whether sessions that a test leaves open must be ended rather than killed: leaks are reported, and
-# coverage is written, only at the end.
+# Whether sessions that a test leaves open are ended rather than killed: only then are leaks reported and
+# coverage data written.
 END_SESSIONS = "TESSEL_TEST_END_SESSIONS" in os.environ
 
 RunResult = namedtuple("RunResult", "status output errors")
@@ -73,7 +73,7 @@ def _without_crlf(screen):
 
 
 def _as_found():
-    """Resets SIGPIPE, which Python ignores, to its default action, as a login shell finds it."""
+    """Resets SIGPIPE, which Python ignores, to its default action, as a login shell inherits it."""
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)
 
 
@@ -132,7 +132,7 @@ class Device:
         """Replaces the program of that name in /bin with a sh script."""
         self.write(f"/bin/{name}", b"#!/usr/bin/sh\n" + script, mode=0o755)
 
-    # Recorders of what the shell asks of the device. They write to /record.
+    # Recorders of the shell's calls and requests. They write to /record.
 
     def record_requests(self, answer=b"", summary=None):
         """Replaces the FastCGI client with one that records its environment, writes the summary file
@@ -229,7 +229,7 @@ class Device:
         return RunResult(done.returncode, done.stdout, done.stderr)
 
     def transcripts(self):
-        """Yields what happened, as (title, text), for the report of a failure."""
+        """Yields what was seen, as (title, text), for the report of a failure."""
         for console in self._consoles:
             yield "last exchange", _readable(console.last_exchange)
             yield "whole console", _readable(console.screen)
@@ -248,7 +248,7 @@ class Device:
         errors = self.memory_errors()
         shutil.rmtree(self.root, ignore_errors=True)
         if self.root.exists():
-            # Tests remove permissions from folders. The last process of a console may still be running.
+            # Tests remove permissions of folders. The last process of a console may still be running.
             programs.run(["chmod", "-R", "u+rwX", self.root], check=False, stderr=programs.DEVNULL)
             for _ in range(10):
                 shutil.rmtree(self.root, ignore_errors=True)

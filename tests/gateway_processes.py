@@ -55,7 +55,7 @@ class Sandbox:
         return ticks / os.sysconf("SC_CLK_TCK")
 
     def has_ended(self):
-        """Waits until all processes have ended. Returns whether they have in time."""
+        """Waits until all processes have ended. Returns False if one has not ended in time."""
         for handle in self._handles:
             ended, _, _ = select.select([handle], [], [], PATIENCE)
             os.close(handle)

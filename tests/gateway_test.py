@@ -1,6 +1,6 @@
-"""The development gateway: what those who try the shell on it, and the other tests, rely on.
+"""The development gateway: what users of ./run and the other tests rely on.
 
-The tests run sh and env on the gateway, so that they do not depend on the shell.
+These tests run sh and env on the gateway, so that they do not depend on the shell.
 """
 
 import contextlib
@@ -400,11 +400,11 @@ def test_a_late_hang_up_spares_a_logout_that_has_begun(gateway):
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP])
 def test_a_signal_to_start_or_to_its_group_reaches_the_command_once(gateway, send, number):
     terminal = gateway.on_terminal(
-        f"count=0; trap 'count=$((count + 1)); echo told $count' {int(number)}; echo READY;"
+        f"count=0; trap 'count=$((count + 1)); echo received $count' {int(number)}; echo READY;"
         " until read -r line; do :; done; echo $count in all"
     )
     send(terminal.pid, number)
-    terminal.expect_exact("told 1\r\n")
+    terminal.expect_exact("received 1\r\n")
     terminal.sendline("")
     terminal.expect_exact("1 in all\r\n")
     terminal.expect(pexpect.EOF)
@@ -867,8 +867,8 @@ def test_a_failing_server_makes_transfers_fail(gateway, options, upload, downloa
     )
     assert output == upload + download
     log = gateway.file("/var/log/ftp.log").read_text()
-    told = "RETR /home/backup/old.bin completed=" + ("1" if download == "0\n" else "0")
-    assert told in log
+    logged = "RETR /home/backup/old.bin completed=" + ("1" if download == "0\n" else "0")
+    assert logged in log
 
 
 def test_there_is_no_ftp_server_unless_asked_for(gateway):

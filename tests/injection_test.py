@@ -274,13 +274,13 @@ def test_command_typed_as_an_answer_does_not_run(device, place, command):
     "answers, form",
     [
         ({"server": "X@127.0.0.1", "user": "", "password": ""}, "decoded"),
-        ({"server": "127.0.0.1:2121/X"}, "as it stands"),
-        ({"port": "x@127.0.0.1:2121/X"}, "as it stands"),
-        ({"path": "X"}, "as it stands"),
-        ({"path": "dir/X/b"}, "as it stands"),
+        ({"server": "127.0.0.1:2121/X"}, "as typed"),
+        ({"port": "x@127.0.0.1:2121/X"}, "as typed"),
+        ({"path": "X"}, "as typed"),
+        ({"path": "dir/X/b"}, "as typed"),
         ({"user": "X"}, "decoded"),
         ({"user": "X@v"}, "decoded"),
-        ({"user": "127.0.0.1:2121/", "password": "X"}, "as it stands"),
+        ({"user": "127.0.0.1:2121/", "password": "X"}, "as typed"),
     ],
 )
 def test_commands_run_without_quoting_for_wputs_interpreter(device, answers, form):

@@ -8,13 +8,13 @@ SECONDS = 20  # enough, without the guards, to find one of these faults
 
 # {fault of the editor: (keys that trigger it, terminal, locale, start-up file)}
 KNOWN = {
-    "undo list of a line of the history": (
+    "undo list of a history line": (
         [b"m\x0fl\r\x10", b"d\x0f", b"\x1bn\x07", b"n\x10\x10\x0f", b"\x0ee\x0f"],
     ),
     "undo list of a line searched for in vi mode": (
         [b"x\r", b"\x1b\r", b"\x1b", b"\x10", b"?c\0a\x1b", b"3j", b"\x10", b"\x03", b"\r"],
     ),
-    "word of vi mode that has no end": (
+    "word without an end in vi mode": (
         [b"\x1b\r", b"s\xe8\xb5\xb4\xaa", b"\x1b", b"0W"],
         "vt100",
         "C.UTF-8",

@@ -1,5 +1,5 @@
-"""The shell started by login programs and servers: the recipes of docs/login.md word by word, each with
-the real server in a sandbox, and arguments on the command line.
+"""The shell started by login programs and servers: the recipes of docs/login.md word for word, each with
+the real server in a sandbox; and arguments on the command line.
 
 The servers are unpacked but not installed, because installing one would start it on this machine."""
 
@@ -332,7 +332,7 @@ class SshDevice:
 
 
 def account_alone(ssh):
-    """Without a setting in the server's configuration."""
+    """The account's shell alone, without settings in the server's configuration."""
     ssh.add_account(recipe("/etc/passwd", "admin"))
 
 
@@ -402,9 +402,9 @@ def test_a_command_over_ssh_begins_the_dialogue(ssh):
 
 # {name: command that copies a file to FILE}
 COPIES = {
-    "scp there": "scp -F /etc/ssh/client /etc/version.txt gateway:FILE",
+    "scp to": "scp -F /etc/ssh/client /etc/version.txt gateway:FILE",
     "scp from": "scp -F /etc/ssh/client gateway:/etc/version.txt FILE",
-    "old scp there": "scp -O -F /etc/ssh/client /etc/version.txt gateway:FILE",
+    "old scp to": "scp -O -F /etc/ssh/client /etc/version.txt gateway:FILE",
     "old scp from": "scp -O -F /etc/ssh/client gateway:/etc/version.txt FILE",
     "sftp": "echo put /etc/version.txt FILE | sftp -F /etc/ssh/client -b - gateway",
 }
@@ -413,7 +413,7 @@ WAIT_FOR_END = """
 tries=500
 while grep -qsx tessel /proc/[0-9]*/comm; do
     tries=$((tries - 1))
-    [ $tries -gt 0 ] || { echo left behind; exit 99; }
+    [ $tries -gt 0 ] || { echo "a session is still running"; exit 99; }
     sleep 0.02
 done
 """

@@ -1,7 +1,8 @@
 """The emulated 32-bit machine and its serial line.
 
-The machine either is the device, or it hosts the devices of the tests: it runs consoles, one after the
-other, on its serial line, and sessions without a terminal, each in a root folder shared with the tests.
+The machine either is the device itself, or hosts the devices of the tests. It then runs consoles on its
+serial line, one after the other, and sessions without a terminal, each in a root folder shared with the
+tests.
 """
 
 import atexit
@@ -73,7 +74,7 @@ NOT_ON_TARGET = {
         "ftp_answers_test.py": "needs a test program that a static build does not have",
         "injection_test.py": "needs a test program that a static build does not have",
         "small_domains_test.py": "needs a test program that a static build does not have",
-        "soak_test.py": "takes long and does not depend on the target",
+        "soak_test.py": "takes a long time and does not depend on the target",
     },
     "musl": {
         "failing_allocations_test.py": STATIC,
@@ -128,7 +129,7 @@ class Machine:
         self._agent.sendall(" ".join(words).encode() + b"\n")
 
     def sh(self, script):
-        """Runs a line of sh on the machine. Returns what it prints, in one line."""
+        """Runs a line of sh on the machine. Returns its output, in one line."""
         self.order("sh", script)
         # The machine stops while its output on the serial line is not read.
         while self._agent_spawn.expect([rb"answer ([^\n]*)\n", pexpect.TIMEOUT], timeout=0.1) == 1:

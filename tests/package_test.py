@@ -1,5 +1,5 @@
 """What an integrator gets: the source archive, the installed files and the Debian package, which is
-put into a root that has never seen the project and taken out again."""
+installed in a root folder without any other trace of the project, and removed again."""
 
 import os
 import re
@@ -140,18 +140,18 @@ def fixture_package(build, workshop):
 
 PROPERTIES = {
     "position-independent": r"FLAGS_1\).*PIE",
-    "read-only where it can be": r"(?m)^ *GNU_RELRO ",
-    "bound at its start": r"FLAGS_1\).*NOW",
-    "without an executable stack": r"(?m)^ *GNU_STACK .* RW  *0x",
-    "protected against overflows of the stack": r" __stack_chk_fail(@|$)",
+    "read-only relocations": r"(?m)^ *GNU_RELRO ",
+    "immediate binding": r"FLAGS_1\).*NOW",
+    "non-executable stack": r"(?m)^ *GNU_STACK .* RW  *0x",
+    "stack protector": r" __stack_chk_fail(@|$)",
     "fortified": r" __(printf|snprintf|fgets|read|memcpy|fprintf)_chk(@|$)",
 }
 
 
-@pytest.mark.parametrize("what", PROPERTIES)
-def test_the_program_is_hardened(build, what):
+@pytest.mark.parametrize("hardening", PROPERTIES)
+def test_the_program_is_hardened(build, hardening):
     facts = run("readelf", "--wide", "--program-headers", "--dynamic", "--dyn-syms", build / "tessel")
-    assert re.search(PROPERTIES[what], facts)
+    assert re.search(PROPERTIES[hardening], facts)
 
 
 def test_the_program_needs_no_more_than_readline_and_the_c_library(build):
@@ -298,8 +298,8 @@ def expect_lintian_accepts(package):
         package,
         env={**os.environ, "LC_ALL": "C.UTF-8"},
     )
-    told = [line for line in output.splitlines() if "root privileges" not in line]
-    assert told == []
+    findings = [line for line in output.splitlines() if "root privileges" not in line]
+    assert findings == []
 
 
 def test_lintian_accepts_the_package(package):

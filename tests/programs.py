@@ -1,5 +1,5 @@
-"""The only place where the tests start programs: in a new session, with no standard input by default, so
-that none reaches the terminal of whoever runs the tests, and with the default action of every signal."""
+"""The only place where the tests start programs: in a new session and by default without standard input, so
+that none reaches the terminal of whoever runs the tests, and with the default action for every signal."""
 
 import os
 import signal
@@ -22,7 +22,7 @@ def start(command, **options):
 
 
 def run(command, input=None, capture_output=False, timeout=None, check=False, **options):
-    """Like subprocess.run. On a time-out or an interrupt, kills the program and all that it started."""
+    """Like subprocess.run. On a time-out or an interrupt, kills the program and all that it has started."""
     if input is not None:
         options["stdin"] = PIPE
     if capture_output:

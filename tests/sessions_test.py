@@ -2,8 +2,8 @@
 
 A session file begins with a description, up to a line of dashes. What follows is the administrator's
 screen, with typed text between « and »; Enter follows each, except «^D», the end of input. What is
-typed at a question for a password does not appear on the screen. A line [exit status N] ends a run of
-the shell; the next run finds the device as the previous one left it.
+typed at a password question does not appear on the screen. A line [exit status N] ends a run of the
+shell; the next run finds the device as the previous one left it.
 """
 
 import difflib

@@ -354,14 +354,6 @@ def is_pending(process, number):
     return any(int(mask, 16) >> (number - 1) & 1 for mask in pending)
 
 
-def modes_of_a_new_terminal():
-    ours, its = os.openpty()
-    modes = termios.tcgetattr(its)
-    os.close(ours)
-    os.close(its)
-    return modes
-
-
 def stays(scene):
     scene.console.read_until(b"^")  # the echo of the key
     scene.return_to_prompt()
@@ -403,7 +395,7 @@ def cancels(scene):
 def stops(scene):
     scene.console.read_until(b"Stopped")
     scene.console.read_until(JOB_CONTROL_PROMPT)
-    assert scene.console.modes() == modes_of_a_new_terminal()
+    assert scene.console.modes() == scene.console.modes_at_start()
     scene.console.enter(b"fg")
     scene.console.read_until(b"tessel\n")
     scene.return_to_prompt()
@@ -462,13 +454,13 @@ def expect_end(scene, status):
     if scene.job_control:
         # The exit status of the sandbox is that of the job-control shell.
         scene.console.read_until(JOB_CONTROL_PROMPT)
-        assert scene.console.modes() == modes_of_a_new_terminal()
+        assert scene.console.modes() == scene.console.modes_at_start()
         scene.console.exchange(b"echo status $?", b"status %d\n" % status)
         scene.console.enter(b"exit")
         scene.console.end()
     elif scene.has_terminal:
         assert scene.console.end()[0] == status
-        assert scene.console.modes() == modes_of_a_new_terminal()
+        assert scene.console.modes() == scene.console.modes_at_start()
     else:
         assert scene.console.status_after_hang_up() == status
 

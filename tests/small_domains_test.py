@@ -1,5 +1,5 @@
-"""Exhaustive: every short answer to every question of a transfer, made of characters that are special in
-a command interpreter, an address or a decoder. The interpreter splits each command line, and the line
+"""Exhaustive tests: every short answer to every question of a transfer, made of characters that are special
+in a command interpreter, an address or a decoder. The interpreter splits each command line, and the line
 that wput makes of the address for its input command, into exactly the intended words: nothing else runs.
 
 Answers are up to two characters long; TESSEL_ANSWER_LENGTH=4 tries all up to four, 3.5 million.

@@ -13,7 +13,7 @@ namespace {
 constexpr const char* EXTENSION_DATABASE =
     "section extension {\na=201\n}\nsection paging {\nb= 7 7\n}\n";
 
-// The expected state of the session, and what it is expected to have asked of the outside.
+// The expected state of the session, and the programs that it is expected to have run.
 struct Expected {
     std::deque<std::string> queue;
     std::vector<std::string> requests;

@@ -25,7 +25,7 @@ std::string input_text(const std::uint8_t* data, std::size_t size);
 /// Removes the first line from rest. Returns it without its line feed.
 std::string take_line(std::string& rest);
 
-/// A regular file with that content that has a path but is in no folder.
+/// A regular file in memory. It has a path, but is in no folder.
 class MemoryFile {
   public:
     explicit MemoryFile(std::string_view content);
@@ -43,8 +43,8 @@ class MemoryFile {
 /// Returns what the action writes to standard output.
 std::string printed(const std::function<void()>& action);
 
-/// What is outside the program. Nothing is ever started: system, popen, readline and getpass are
-/// replaced, and so are files at the device's paths.
+/// What surrounds the program. Nothing is ever started: system, popen, readline and getpass are
+/// replaced, and so are the files at the device's paths.
 struct Outside {
     std::map<std::string, std::string> files;  ///< {path: content} of what can be read
     std::map<std::string, std::string> written;

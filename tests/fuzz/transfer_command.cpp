@@ -55,8 +55,8 @@ std::string content_of(int descriptor) {
     return text;
 }
 
-// The words that the interpreter makes of a piece of a command line. Anything else that it does
-// would show: it finds no programs, and its output must consist of the words alone.
+// Returns the words into which the interpreter splits a piece of a command line. Anything else that
+// it did would be noticed: it finds no programs, and its output must consist of the words alone.
 std::string words_of(const std::string& piece) {
     std::string script = "printf '%s\\0' " + piece;
     std::array<char*, 4> arguments = {const_cast<char*>("sh"), const_cast<char*>("-c"),

@@ -1,8 +1,8 @@
 """The model: a second, simple implementation of the shell.
 
 Input: files, typed lines and the behaviour of the programs around the shell. Output: the screen, files,
-requests and command lines. It is written from the manual and shares no code with the program, so that a
-mistake in either shows as a difference. All text is bytes.
+requests and command lines. It is written from the manual page and the integration guide alone and shares
+no code with the program, so that a mistake in either shows as a difference. All text is bytes.
 """
 
 from dataclasses import dataclass, field
@@ -21,7 +21,7 @@ BACKUP_LOG = "/tmp/auto-backup.log"
 RESTORE_LOG = "/tmp/restorelog.txt"
 BACKUP_NAME = b"config_NAME.bin"  # placeholder: the name contains the time
 ANY_ADDRESS = b"ftp://..."  # placeholder: the client would not get it as typed
-NO_CLIENT = b"/usr/bin/sh: 1: /bin/fcgiclient: not found\n"  # the command interpreter's words
+NO_CLIENT = b"/usr/bin/sh: 1: /bin/fcgiclient: not found\n"  # the command interpreter's message
 
 LOGS = {
     b"cm": "/var/log/cm.log",

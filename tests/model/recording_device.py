@@ -27,7 +27,7 @@ FILES = [
     *(BACKUP_LOG, RESTORE_LOG, *LOGS.values()),
 ]
 
-# The editor takes every byte as itself, as on an 8-bit terminal, and shows the line in one row.
+# The editor takes every byte literally, as on an 8-bit terminal, and shows the line in one row.
 INPUTRC = b"""set disable-completion on
 set convert-meta off
 set input-meta on

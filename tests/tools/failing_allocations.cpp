@@ -1,6 +1,6 @@
 // A library that, preloaded into the program, makes one memory allocation after the login fail,
-// whether by the program, the C library or the line editor. The environment says which; these
-// variables are removed before the program sees them:
+// whether by the program, the C library or the line editor. These environment variables say which;
+// they are removed before the program sees them:
 //
 //     FAIL_ALLOCATION=NUMBER  the one that fails, counted from 1 at the first prompt; 0 for none
 //     FAIL_RECORD=FILE        gets a line for the failed allocation, with the function below that
@@ -107,7 +107,7 @@ void* realloc(void* block, std::size_t size) {
 char* readline(const char* prompt) {
     const Call call("readline");
     if (!counting && std::strcmp(prompt, PROMPT) == 0) {
-        std::atexit(record_number);  // before what the program does at its end
+        std::atexit(record_number);  // runs before the program's own exit handlers
         counting = true;
     }
     return real<char*(const char*)>("readline")(prompt);

@@ -1,5 +1,5 @@
-// A library that, preloaded into the program, makes one of its calls into the system fail. The
-// environment says which; these variables are removed before the program sees them:
+// A library that, preloaded into the program, makes one of its calls into the system fail. These
+// environment variables say which; they are removed before the program sees them:
 //
 //     FAIL=CALL:WHICH:HOW     CALL is a function below, for calls made by the program itself, or
 //                             libreadline/read for those of the line editor. WHICH is the number of
@@ -45,7 +45,7 @@ constexpr Error ERRORS[] = {
     {"nothing", NOTHING},
 };
 
-// What FAIL says; nothing fails while the name is empty.
+// The parts of FAIL. Nothing fails while the name is empty.
 char failing_call[64];
 long failing_number = 0;  // 0: every call
 int failing_error = 0;
@@ -53,7 +53,7 @@ char record_path[256];
 
 long calls_so_far = 0;
 
-// The coverage data, written at the very end, must not be disturbed.
+// Calls must not fail when coverage data is written at the very end.
 void stop_failing() {
     failing_call[0] = '\0';
 }
@@ -121,7 +121,7 @@ bool fails(const char* call, const void* caller) {
     if (!is_failing_call(call, caller)) {
         return false;
     }
-    // Not in the constructor, whose handlers run after the program's destructors.
+    // Handlers registered in the constructor would run after the program's destructors, too late.
     [[maybe_unused]] static const int registered = std::atexit(stop_failing);
     ++calls_so_far;
     if (failing_number != 0 && failing_number != calls_so_far) {
@@ -137,12 +137,12 @@ Function* real(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// The stream is in the state that a failed call leaves.
+// Leaves the stream in the state in which a failed call leaves it.
 void mark_failed(std::FILE* stream) {
     stream->_flags |= 0x20;  // the C library's mark of an error
 }
 
-// The question for a password opens the terminal, a turn a folder, everything else a file.
+// A password question opens the terminal, a turn opens a folder, everything else opens a file.
 const char* name_of_open(const char* path) {
     if (std::strcmp(path, "/dev/tty") == 0) {
         return "open_terminal";

@@ -1,6 +1,6 @@
 // Part of the program when it is built with sanitizers. Reports go to a file that the tests look
-// for. The order of libraries is not checked, since tests preload their own. Only complete call
-// stacks tell the line editor's leaks from the shell's. memmem is not intercepted, because the
+// for. The order of libraries is not checked, since tests preload their own. Complete call stacks
+// distinguish the line editor's leaks from the shell's. memmem is not intercepted, because the
 // check reads all of a long text at each search in it.
 
 extern "C" const char* __asan_default_options() {

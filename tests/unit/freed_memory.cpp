@@ -27,7 +27,7 @@ void operator delete(void* block) noexcept {
     if (block != nullptr && watched_secret != nullptr &&
         memmem(block, malloc_usable_size(block), watched_secret, std::strlen(watched_secret))) {
         ++copies;
-        // Not to be counted again for the next owner.
+        // So that it is not counted again for the block's next owner.
         std::memset(block, 0, malloc_usable_size(block));
     }
     std::free(block);

@@ -18,7 +18,7 @@ class FreedMemory {
     [[nodiscard]] int copies_of_secret() const;
 };
 
-/// While one lives, new finds no memory.
+/// During its lifetime, new finds no memory.
 class NoMemory {
   public:
     NoMemory();

@@ -1,6 +1,6 @@
 #pragma once
 
-// The outside of the program in the unit tests. The functions through which the code reaches it
+// What surrounds the program in the unit tests. The functions through which the code reaches it
 // (system, popen and pclose, readline, getpass, gettimeofday) are replaced by ones that record
 // their arguments and return what a test has prepared. Nothing is ever started.
 
@@ -48,7 +48,7 @@ struct Outside {
 
 extern Outside outside;
 
-/// Starts every test with a new outside and an empty session state.
+/// Every test starts with new surroundings and an empty session state.
 class OutsideTest : public testing::Test {
   protected:
     OutsideTest();
