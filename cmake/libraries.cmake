@@ -14,8 +14,8 @@ if(NOT READLINE_INCLUDE_DIR OR NOT READLINE_LIBRARY)
 endif()
 set(tessel_libraries ${READLINE_LIBRARY})
 
-# tessel_check(RESULT SOURCE): whether a program with Readline and SOURCE can be linked. Checked again
-# when the flags have changed.
+# tessel_check(RESULT SOURCE): sets RESULT to whether a program with Readline and SOURCE can be linked.
+# Checked again when the flags have changed.
 function(tessel_check result source)
   set(CMAKE_REQUIRED_INCLUDES ${READLINE_INCLUDE_DIR})
   set(CMAKE_REQUIRED_LIBRARIES ${tessel_libraries})
@@ -32,8 +32,8 @@ function(tessel_check result source)
 int main() { char line[256]; return readline(fgets(line, sizeof line, stdin)) != nullptr; }" ${result})
 endfunction()
 
-# A static Readline, and some shared ones, do not record which terminal library they need. One that is
-# found may be useless: OpenWrt has an empty libtinfo.a beside its ncurses.
+# A static Readline, and some shared ones, do not record which terminal library they need. A library that
+# is found may be useless: OpenWrt has an empty libtinfo.a next to its ncurses.
 tessel_check(TESSEL_READLINE_IS_ENOUGH "")
 if(NOT TESSEL_READLINE_IS_ENOUGH)
   foreach(name tinfo tinfow ncursesw ncurses termcap)

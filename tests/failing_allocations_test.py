@@ -14,7 +14,7 @@ import pytest
 from console import GREETING, PATIENCE, PROGRAM_DIR, PROMPT
 
 LIBRARY = PROGRAM_DIR / "tests" / "failing_allocations.so"
-PARTS = 4  # of all sessions, for as many tests
+PARTS = 4  # the sessions are divided among this many tests
 
 # The names are too long for a string object to hold them without an allocation.
 MENU_TREE = b"""
@@ -28,7 +28,7 @@ CAP = "Forwarding of incoming calls"
 }
 """
 EXTENSIONS = b"section extension {\n1=Reception desk upstairs\n}\n"
-# To the questions of the transfer that are in the output; the one for the password is not.
+# {question of a transfer: answer}, without the password question, which is not in the output.
 ANSWERS = {
     b"Server: ": b"backup.server.of.the.company",
     b"Port: ": b"2121",
@@ -55,7 +55,7 @@ FAILED = {
 
 
 def dialogue(command, path, answered):
-    """Returns what a transfer shows, with its outcome after so many answered questions."""
+    """Returns what a transfer shows if its outcome comes after that many answered questions."""
     text = b"Starting configuration " + command + b"...\n"
     for question, answer in list(ANSWERS.items())[:answered]:
         text += PROMPT + question.replace(b"PATH", path) + answer + b"\n"
@@ -267,7 +267,7 @@ def ended_by_editor(result, errors):
 
 
 def judged(device, number, function):
-    """What has become of a session."""
+    """Returns how a session ended."""
     result = played(device, number)
     if result in ALLOWED:
         return "unnoticed or refused"

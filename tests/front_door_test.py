@@ -477,7 +477,7 @@ def test_a_second_run_is_refused_before_any_greeting(clone):
         second.close()
         assert second.exitstatus == 1
         assert second.before == (
-            "run: A gateway with its files in build/gateway is running already;"
+            "run: A gateway with its files in build/gateway is already running;"
             " leave that one first.\r\n"
         )
 
@@ -494,7 +494,7 @@ def test_a_second_device_is_refused(clone):
         holder.communicate()
     assert (done.returncode, done.stdout) == (1, "")
     assert done.stderr == (
-        "run: An emulated device with its files in build/device-files is running already;"
+        "run: An emulated device with its files in build/device-files is already running;"
         " leave that one first.\n"
     )
 
@@ -513,7 +513,7 @@ def test_a_second_run_waits_until_the_first_has_built(clone):
         with contextlib.closing(second):
             first.expect_exact("Username: ")
             second.expect_exact(pexpect.EOF)
-            assert re.search("build/gateway is running|is running on .*build/gateway", second.before)
+            assert re.search("build/gateway is already|is already running on .*build/gateway", second.before)
 
 
 def test_backups_survive_fresh_settings(clone):
