@@ -20,9 +20,6 @@ constexpr long REMINDER_NANOSECONDS = 200'000'000;
 void ignore_signal(int /*signal*/) {}
 
 void request_end(int /*signal*/) {
-    if (end_was_requested != 0) {
-        return;
-    }
     end_was_requested = 1;
     if (has_reminder) {
         const itimerspec every = {{0, REMINDER_NANOSECONDS}, {0, REMINDER_NANOSECONDS}};
