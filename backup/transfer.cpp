@@ -207,13 +207,9 @@ std::string transfer_command(const TransferParameters& parameters, const std::st
     const Secret address = has_line_end(typed.view()) ? without_line_ends(typed.view(), direction)
                                                       : Secret(typed.view());
     const Secret word = quoted(backup ? disarmed(address.view()).view() : address.view());
-    const std::string_view head = backup ? BACKUP_HEAD : RESTORE_HEAD;
-    const std::string_view tail = backup ? BACKUP_TAIL : RESTORE_TAIL;
-    std::string command_line;
-    // Reserved at once: growing would leave pieces of the password in memory.
-    command_line.reserve(head.size() + 1 + word.view().size() + tail.size());
-    command_line.append(head).append(" ").append(word.view()).append(tail);
-    return command_line;
+    Secret command_line(backup ? BACKUP_HEAD : RESTORE_HEAD);
+    command_line.append(" ").append(word.view()).append(backup ? BACKUP_TAIL : RESTORE_TAIL);
+    return std::string(command_line.view());
 }
 
 bool build_transfer_command(std::string& command_line, const std::string& file_name,
