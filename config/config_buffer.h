@@ -3,11 +3,10 @@
 // What the readers of configuration files return to their callers.
 
 #include <cstring>
-#include <string_view>
 
 /// Returned for an entry that does not exist.
 struct ConfigBuffer {
-    static constexpr std::string_view ENTRY_NOT_FOUND = "ENTRY_NOT_FOUND";
+    static constexpr const char* ENTRY_NOT_FOUND = "ENTRY_NOT_FOUND";
 };
 
 /// Storage for a key or value, always NUL-terminated; longer text is truncated. Wiped before it is

@@ -13,7 +13,7 @@ void ConfigFile::ChangeSyntax(char assignment, char end, char comment) {
 std::string ConfigFile::GetEntry(const char* key) const {
     config_text::Entry entry;
     if (!config_text::find_entry(text_, key, syntax_, entry)) {
-        return std::string(ConfigBuffer::ENTRY_NOT_FOUND);
+        return ConfigBuffer::ENTRY_NOT_FOUND;
     }
     return std::string(entry.value);
 }

@@ -38,14 +38,12 @@ void MultiSectionFile::Restart() {
 
 int MultiSectionFile::GotoSection(const char* name) {
     std::string_view rest = text_;
-    while (config_text::next_section(rest, sections_, entries_.comment, current_)) {
-        if (current_.header == name) {
-            RestartSection();
-            return 1;
-        }
+    bool found = false;
+    while (!found && config_text::next_section(rest, sections_, entries_.comment, current_)) {
+        found = current_.header == name;
     }
-    Restart();
-    return 0;
+    RestartSection();
+    return found ? 1 : 0;
 }
 
 void MultiSectionFile::RestartSection() {
