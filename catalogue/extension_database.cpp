@@ -1,6 +1,5 @@
 #include "catalogue/extension_database.h"
 
-#include <array>
 #include <cstdlib>
 
 #include "config/config_buffer.h"
@@ -8,8 +7,8 @@
 
 namespace {
 
-constexpr std::array<const char*, 5> EXTENSION_KINDS = {"attendant", "extension", "pickup",
-                                                        "callpark", "paging"};
+constexpr const char* EXTENSION_KINDS[] = {"attendant", "extension", "pickup", "callpark",
+                                           "paging"};
 constexpr const char* DIRECTORY_VARIABLE = "TARN_PATH";  // must end in a slash
 constexpr const char* DEFAULT_DIRECTORY = "/etc/tarn-conf/";
 

@@ -8,8 +8,7 @@
 namespace {
 
 constexpr const char* CLIENT_COMMAND = "/bin/fcgiclient";
-constexpr std::size_t BUFFER_SIZE = 256;  // bytes
-constexpr int READ_LIMIT = 255;           // the size passed to fgets
+constexpr int READ_LIMIT = 255;  // bytes, the terminating NUL included
 
 struct PipeCloser {
     void operator()(std::FILE* pipe) const { pclose(pipe); }
@@ -58,14 +57,14 @@ int run_cgi_program(const std::string& cgi_name, const char* query, CgiConsumer 
 void close_at_once(std::FILE* /*output*/) {}
 
 void drain(std::FILE* output) {
-    std::array<char, BUFFER_SIZE> buffer{};
+    std::array<char, READ_LIMIT> buffer{};
     while (std::fgets(buffer.data(), READ_LIMIT, output) != nullptr) {
     }
 }
 
 std::string collect(std::FILE* output) {
     std::string answer;
-    std::array<char, BUFFER_SIZE> buffer{};
+    std::array<char, READ_LIMIT> buffer{};
     while (std::fgets(buffer.data(), READ_LIMIT, output) != nullptr) {
         answer += buffer.data();
     }

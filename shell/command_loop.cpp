@@ -1,6 +1,5 @@
 #include "shell/command_loop.h"
 
-#include <cstddef>
 #include <cstring>
 #include <new>
 
