@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <string_view>
 
 #include "config/config_buffer.h"
 #include "config/multi_section_config_file.h"
@@ -13,8 +12,7 @@ namespace {
 constexpr const char* MENU_TREE_PATH = "/etc/menutree.conf";
 
 // Wizards, which lead through several parts and are not parts themselves.
-constexpr std::array<std::string_view, 3> NEVER_OFFERED = {"lcrwizard", "isdnwizard",
-                                                           "isdnsignaling"};
+constexpr std::array NEVER_OFFERED = {"lcrwizard", "isdnwizard", "isdnsignaling"};
 
 bool contains(const std::string& text, const char* part) {
     return text.find(part) != std::string::npos;
@@ -63,7 +61,6 @@ void load_menu_tree() {
 }
 
 std::string menu_item_name(const std::string& header) {
-    const std::string_view path = std::string_view(header).substr(0, header.find(".cgi"));
-    const std::size_t slash = path.rfind('/');
-    return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
+    const std::string path = header.substr(0, header.find(".cgi"));
+    return path.substr(path.rfind('/') + 1);  // npos + 1 is 0
 }

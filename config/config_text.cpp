@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "config/config_buffer.h"
+
 namespace config_text {
 
 namespace {
@@ -74,14 +76,16 @@ int read_all(int file, std::string& text) {
     return count < 0 ? errno : 0;
 }
 
-// Returns where word next begins a line, after blanks, or NOWHERE.
-std::size_t find_line(std::string_view text, std::string_view word, std::size_t from) {
-    for (std::size_t at = text.find(word, from); at != NOWHERE; at = text.find(word, at + 1)) {
+// Returns where a line next begins with word, after blanks, and the text from there on passes the
+// test, or NOWHERE.
+template <typename Test>
+std::size_t find_line(std::string_view text, std::string_view word, Test passes) {
+    for (std::size_t at = text.find(word); at != NOWHERE; at = text.find(word, at + 1)) {
         std::size_t start = at;
         while (start > 0 && is_blank(text[start - 1])) {
             --start;
         }
-        if (start == 0 || text[start - 1] == '\n') {
+        if ((start == 0 || text[start - 1] == '\n') && passes(text.substr(at))) {
             return at;
         }
     }
@@ -115,27 +119,17 @@ bool open_section(std::string_view& rest, const SectionSyntax& syntax, char comm
 // body to all that follows the opening.
 std::size_t find_opening(std::string_view text, const SectionSyntax& syntax, char comment,
                          Section& section) {
-    for (std::size_t at = find_line(text, syntax.keyword, 0); at != NOWHERE;
-         at = find_line(text, syntax.keyword, at + 1)) {
-        section.body = text.substr(at);
-        if (open_section(section.body, syntax, comment, section.header)) {
-            return at;
-        }
-    }
-    section = {};
-    return NOWHERE;
+    return find_line(text, syntax.keyword, [&](std::string_view rest) {
+        section.body = rest;
+        return open_section(section.body, syntax, comment, section.header);
+    });
 }
 
 // Returns where the first line that is only the closing mark begins, or NOWHERE.
 std::size_t find_closing(std::string_view text, const SectionSyntax& syntax, char comment) {
-    for (std::size_t at = find_line(text, syntax.closing, 0); at != NOWHERE;
-         at = find_line(text, syntax.closing, at + 1)) {
-        std::string_view rest = text.substr(at);
-        if (strip(take_line(rest, '\n'), comment) == syntax.closing) {
-            return at;
-        }
-    }
-    return NOWHERE;
+    return find_line(text, syntax.closing, [&](std::string_view rest) {
+        return strip(take_line(rest, '\n'), comment) == syntax.closing;
+    });
 }
 
 // Splits a stripped line at its first assignment character. Returns false if it has none.
@@ -202,19 +196,20 @@ bool next_entry(std::string_view& rest, const EntrySyntax& syntax, Entry& entry)
     return false;
 }
 
-bool find_entry(std::string_view text, std::string_view key, const EntrySyntax& syntax,
-                Entry& entry) {
+std::string find_value(std::string_view text, std::string_view key, const EntrySyntax& syntax) {
+    Entry entry;
     while (next_entry(text, syntax, entry)) {
         if (entry.key == key) {
-            return true;
+            return std::string(entry.value);
         }
     }
-    return false;
+    return ConfigBuffer::ENTRY_NOT_FOUND;
 }
 
 bool next_section(std::string_view& rest, const SectionSyntax& syntax, char comment,
                   Section& section) {
     if (find_opening(rest, syntax, comment, section) == NOWHERE) {
+        section = {};
         return false;
     }
     Section next;

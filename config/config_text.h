@@ -57,9 +57,8 @@ std::string_view strip(std::string_view line, char comment);
 /// Advances rest past the next entry. Returns false if none is left.
 bool next_entry(std::string_view& rest, const EntrySyntax& syntax, Entry& entry);
 
-/// Finds the first entry with that key. Returns false if there is none.
-bool find_entry(std::string_view text, std::string_view key, const EntrySyntax& syntax,
-                Entry& entry);
+/// Returns the value of the first entry with that key, or ConfigBuffer::ENTRY_NOT_FOUND.
+std::string find_value(std::string_view text, std::string_view key, const EntrySyntax& syntax);
 
 /// Advances rest past the next section. Returns false, with an empty section, if none is left.
 bool next_section(std::string_view& rest, const SectionSyntax& syntax, char comment,

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "config/config_buffer.h"
 #include "tests/unit/temporary_folder.h"
 
 namespace {
@@ -171,16 +172,12 @@ TEST(ConfigTextEntry, SyntaxCanBeChosen) {
 
 TEST(ConfigTextEntry, LookUpGivesTheFirstOfEqualKeysAndComparesWholeKeys) {
     const std::string text = "ab=0\na=1\na=2\nA=3\n=4\n";
-    Entry entry;
-    ASSERT_TRUE(config_text::find_entry(text, "a", {}, entry));
-    EXPECT_EQ(entry.value, "1");
-    ASSERT_TRUE(config_text::find_entry(text, "A", {}, entry));
-    EXPECT_EQ(entry.value, "3");
-    ASSERT_TRUE(config_text::find_entry(text, "", {}, entry));
-    EXPECT_EQ(entry.value, "4");
-    EXPECT_FALSE(config_text::find_entry(text, "b", {}, entry));
-    EXPECT_FALSE(config_text::find_entry(text, "abc", {}, entry));
-    EXPECT_FALSE(config_text::find_entry("", "a", {}, entry));
+    EXPECT_EQ(config_text::find_value(text, "a", {}), "1");
+    EXPECT_EQ(config_text::find_value(text, "A", {}), "3");
+    EXPECT_EQ(config_text::find_value(text, "", {}), "4");
+    EXPECT_EQ(config_text::find_value(text, "b", {}), ConfigBuffer::ENTRY_NOT_FOUND);
+    EXPECT_EQ(config_text::find_value(text, "abc", {}), ConfigBuffer::ENTRY_NOT_FOUND);
+    EXPECT_EQ(config_text::find_value("", "a", {}), ConfigBuffer::ENTRY_NOT_FOUND);
 }
 
 TEST(ConfigTextSection, OpeningMarkEndsTheKeywordsLineOrIsAloneOnTheNextNonEmptyOne) {

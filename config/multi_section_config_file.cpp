@@ -1,7 +1,5 @@
 #include "config/multi_section_config_file.h"
 
-#include "config/config_buffer.h"
-
 MultiSectionConfigFile::MultiSectionConfigFile(const char* path, bool /*unused*/, bool /*unused*/,
                                                bool /*unused*/)
     : sections_("section", "{\n", "}\n") {
@@ -28,9 +26,5 @@ std::string MultiSectionConfigFile::GetHeaderEntry() const {
 }
 
 std::string MultiSectionConfigFile::GetSectionEntry(const char* key) const {
-    config_text::Entry entry;
-    if (!config_text::find_entry(current_.body, key, entries_, entry)) {
-        return std::string(ConfigBuffer::ENTRY_NOT_FOUND);
-    }
-    return std::string(entry.value);
+    return config_text::find_value(current_.body, key, entries_);
 }

@@ -385,7 +385,7 @@ def test_a_second_check_is_refused(clone):
         done = clone.run("check", text=True)
         first.stdin.close()
     assert (done.returncode, done.stdout) == (1, "")
-    assert done.stderr == "check: another ./check is at work in build/check; wait for it or stop it.\n"
+    assert done.stderr == "check: another ./check is running in build/check; wait for it or stop it.\n"
 
 
 def test_builds_made_in_another_place_are_rebuilt(clone):
