@@ -2,6 +2,7 @@
 
 import datetime
 import math
+import operator
 import os
 import re
 import shutil
@@ -72,8 +73,8 @@ def rows(scale):
 
 
 def growths(results, scale):
-    """Yields what grows, with what, and {size: seconds}, less the seconds at size 0. Only the fastest runs
-    count, so that time taken by other programs is not mistaken for growth."""
+    """Yields what grows, with what, and {size: seconds}: the median of what each round takes longer than
+    at size 0, so that a machine that changes its speed between rounds does not count as growth."""
     items, extensions, size = scale.least
     for name, what, least in (
         ("start", "menu items", items),
@@ -81,9 +82,9 @@ def growths(results, scale):
         ("get", "bytes of the part", size),
         ("save", "bytes of the answer", size),
     ):
-        fastest = {n: min(results[f"grow_{name}"][str(n)]) for n in growing(least)}
-        empty = fastest.pop(0)
-        yield name, what, {n: max(seconds - empty, 1e-7) for n, seconds in fastest.items()}
+        empty, *samples = (results[f"grow_{name}"][str(n)] for n in growing(least))
+        longer = [statistics.median(map(operator.sub, each, empty)) for each in samples]
+        yield name, what, {n: max(time, 1e-7) for n, time in zip(growing(least)[1:], longer)}
 
 
 # Statistics
