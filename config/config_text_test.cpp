@@ -211,6 +211,7 @@ TEST(ConfigTextSection, HeaderIsTheTextBetweenKeywordAndOpeningMark) {
         {"section section {", "section"},
         {"section a", "a"},
         {"section {a", "{a"},
+        {"section{a {", "{a"},
     };
     for (const auto& [line, header] : lines) {
         const bool open = line.back() == '{';

@@ -88,11 +88,12 @@ TEST_F(MultiSectionConfigFileTest, NoSectionIsCurrentAfterTheLastOne) {
     }
 }
 
-TEST_F(MultiSectionConfigFileTest, KeywordIsSectionUntilChanged) {
-    MultiSectionConfigFile file(folder_.write("file", "ITEM a {\n}\nsection b {\n}\n").c_str(),
-                                false, false, false);
+TEST_F(MultiSectionConfigFileTest, KeywordIsSectionAndMarksAreBracesUntilChanged) {
+    const std::string path = folder_.write("file", "ITEM a {\n}\nsection b {\n}\nk=v\n");
+    MultiSectionConfigFile file(path.c_str(), false, false, false);
     ASSERT_EQ(file.GotoNextSection(), 1);
     EXPECT_EQ(file.GetHeaderEntry(), "b");
+    EXPECT_EQ(file.GetSectionEntry("k"), "ENTRY_NOT_FOUND");
     EXPECT_EQ(file.GotoNextSection(), 0);
 }
 

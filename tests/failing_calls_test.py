@@ -537,6 +537,14 @@ def test_session_continues_without_its_turn_when_another_one_hangs(gateway):
     check(gateway, result, UNCHANGED)
 
 
+def test_password_ends_with_the_input_after_an_interrupted_wait(gateway):
+    result = gateway.run(b"admin\n", *failing_shell("poll", 1, "EINTR"))
+    assert gateway.read(RECORD) == b"failed\n"
+    no_more = b"Username: " + REFUSAL
+    assert result.output == GREETING + b"Username: admin\n" + REFUSAL + 2 * no_more
+    assert result.status == 1
+
+
 # On a console
 
 

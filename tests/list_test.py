@@ -109,6 +109,7 @@ def test_name_is_taken_from_the_header(device, header, name):
         (b'"a" and "b"', b'a" and "b'),
         (b'"#1 in town"', b"#1 in town"),
         (b'"Call\0forwarding"', b"Call"),
+        (b'"Call\0for\0warding"', b"Call"),
         (b'"  wide  "', b"  wide  "),
         (b'"50%s%n"', b"50%s%n"),
         (None, b"part"),

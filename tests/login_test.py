@@ -197,6 +197,7 @@ def test_stored_credentials_are_taken_from_the_admin_section_only(device):
         (b"two words", b"two words"),
         (b"a=b", b"a=b"),
         (b"%s$(id)`id`", b"%s$(id)`id`"),
+        (b"a\x01b\x02", b"a\x01b\x02"),
         (b"x" * 1000, b"x" * 1000),
     ],
 )

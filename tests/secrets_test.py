@@ -90,6 +90,16 @@ def test_login_keeps_no_password(device):
         assert console.leave() == 0
 
 
+def test_interrupted_password_is_not_kept(device):
+    console = device.console()
+    console.read_until(b"Username: ")
+    console.exchange(b"admin", b"Password: ")
+    password = make_password(100)
+    console.type(password + b"\x03")  # Ctrl-C
+    console.read_until(b"Username: ")
+    assert pieces_in_memory(device, password) == []
+
+
 class Hold:
     """Makes a transfer wait, so that the shell can be inspected meanwhile."""
 
