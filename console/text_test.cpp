@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
 #include <utility>
 #include <vector>
@@ -56,6 +57,11 @@ TEST(Print, PutsEveryByteOnStandardOutputNulIncluded) {
     const std::string text = "a\0b\n\xff"s;
     EXPECT_EQ(captured_output([&] { print(text); }), text);
     EXPECT_EQ(captured_output([&] { print_now(text); }), text);
+}
+
+TEST(Print, IsNotRepeatedAfterAnEarlierInterruption) {
+    errno = EINTR;
+    EXPECT_EQ(captured_output([] { print_now("\n"); }), "\n");
 }
 
 TEST(Print, IsBufferedUntilSomethingIsPrintedNow) {

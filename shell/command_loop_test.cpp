@@ -75,6 +75,8 @@ TEST_F(CommandLoopTest, ArgumentKeepsItsInnerBlanks) {
 
 TEST_F(CommandLoopTest, ArgumentIsEmptyAfterTheCommandAlone) {
     EXPECT_EQ(dispatch("show", -1), "ERROR: the syntax is: show log_type\n");
+    // What follows the line in memory is not part of it.
+    EXPECT_EQ(dispatch(std::string("show\0cm", 7), -1), "ERROR: the syntax is: show log_type\n");
 }
 
 TEST_F(CommandLoopTest, ResultIsThatOfTheHandler) {

@@ -140,6 +140,14 @@ def test_request_to_end_ends_the_wait_and_the_logout_does_not_wait(device):
         assert [request["PATH_INFO"] for request in device.requests()] == ["logout.cgi"]
 
 
+def test_turn_ends_even_if_the_client_leaves_a_process_behind(device):
+    device.stand_in("fcgiclient", b"sleep 1000 >/dev/null 2>&1 &\n")
+    console = device.log_in()
+    console.command(b"get sip")
+    console.command(b"get sip")
+    assert console.leave() == 0
+
+
 def test_turn_of_a_killed_session_ends(device):
     os.mkfifo(device.path("/record/busy"))
     device.stand_in("fcgiclient", b"[ $PATH_INFO = logout.cgi ] || : >/record/busy\n")
